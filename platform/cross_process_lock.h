@@ -1,0 +1,40 @@
+// CrossProcessLock: mutual exclusion between threads and processes through a
+// lock file. The in-process mutex is taken first, then flock(2) on the file.
+// The kernel drops the flock when its holder dies, so a crashed process never
+// leaves a stale lock behind.
+//
+// flock belongs to the open file description, which a forked child shares with
+// its parent; the lock file is therefore opened anew in every process that
+// locks (on first use there), never inherited. Opening late also lets the
+// product root be set after the lock object was built at library load.
+//
+// Thread safety: lock/unlock from any thread; unlock by the locking thread.
+#pragma once
+
+#include <sys/types.h>
+
+#include <mutex>
+#include <string>
+
+class CrossProcessLock {
+ public:
+  // `path` is a product path; the lock file and missing parent directories
+  // are created on first lock when `create` is true.
+  CrossProcessLock(std::string path, bool create);
+  ~CrossProcessLock();
+  CrossProcessLock(const CrossProcessLock&) = delete;
+  CrossProcessLock& operator=(const CrossProcessLock&) = delete;
+
+  int lock();  // 0 when held, -1 when the lock file could not be opened or locked
+  int unlock();
+  const std::string& path() const { return path_; }
+
+ private:
+  int FileForThisProcess();
+
+  const std::string path_;
+  const bool create_;
+  std::mutex mutex_;
+  int fd_ = -1;
+  pid_t fd_pid_ = 0;
+};

@@ -1,0 +1,51 @@
+// bexo: command-line access to the gateway's common library, one subcommand
+// per subsystem ("bexo ini ...", "bexo url ...", ...).
+#include <stdio.h>
+#include <string.h>
+
+#include <map>
+#include <string>
+
+#include "command.h"
+
+namespace {
+
+std::map<std::string, BexoCommand>& Commands() {
+  static std::map<std::string, BexoCommand> commands;
+  return commands;
+}
+
+int PrintHelp(FILE* out) {
+  fprintf(out, "usage: bexo COMMAND [ARGS...]\n\ncommands:\n");
+  for (const auto& entry : Commands()) {
+    fprintf(out, "  %-10s %s\n", entry.first.c_str(), entry.second.summary);
+  }
+  fprintf(out, "\nProduct paths are taken under $BEXO_ROOT when it is set.\n");
+  return out == stdout ? kExitOk : kExitUsage;
+}
+
+}  // namespace
+
+bool RegisterBexoCommand(const BexoCommand& command) {
+  Commands()[command.name] = command;
+  return true;
+}
+
+int CommandError(int code, const std::string& message) {
+  fprintf(stderr, "bexo: %s\n", message.c_str());
+  return code;
+}
+
+int main(int argc, char** argv) {
+  if (argc < 2) return PrintHelp(stderr);
+  const char* name = argv[1];
+  if (strcmp(name, "help") == 0 || strcmp(name, "--help") == 0 || strcmp(name, "-h") == 0) {
+    return PrintHelp(stdout);
+  }
+  auto it = Commands().find(name);
+  if (it == Commands().end()) {
+    CommandError(kExitUsage, std::string("unknown command '") + name + "'");
+    return PrintHelp(stderr);
+  }
+  return it->second.run(argc - 1, argv + 1);
+}
