@@ -19,7 +19,7 @@ function(bexo_add_test_file file)
   add_executable(${name} ${file})
   target_link_libraries(${name} PRIVATE bexo_test_support)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
-                       PROPERTIES TIMEOUT 300)
+                       PROPERTIES TIMEOUT 120)
 endfunction()
 
 function(bexo_add_unit_tests)

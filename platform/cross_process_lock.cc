@@ -5,14 +5,62 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <mutex>
+#include <unordered_set>
+
 #include "product_path.h"
 
+namespace {
+
+// Every live lock, so the fork handler can reset them in the child.
+struct Registry {
+  std::mutex mutex;
+  std::unordered_set<CrossProcessLock*> locks;
+};
+
+Registry& TheRegistry() {
+  static Registry* registry = new Registry;  // outlives static lock objects
+  return *registry;
+}
+
+void PrepareFork() { TheRegistry().mutex.lock(); }
+
+void ParentAfterFork() { TheRegistry().mutex.unlock(); }
+
+void ChildAfterFork() {
+  Registry& registry = TheRegistry();
+  for (CrossProcessLock* lock : registry.locks) lock->ResetAfterFork();
+  registry.mutex.unlock();
+}
+
+void Register(CrossProcessLock* lock) {
+  static std::once_flag handlers;
+  std::call_once(handlers, [] { pthread_atfork(PrepareFork, ParentAfterFork, ChildAfterFork); });
+  Registry& registry = TheRegistry();
+  std::lock_guard<std::mutex> guard(registry.mutex);
+  registry.locks.insert(lock);
+}
+
+void Unregister(CrossProcessLock* lock) {
+  Registry& registry = TheRegistry();
+  std::lock_guard<std::mutex> guard(registry.mutex);
+  registry.locks.erase(lock);
+}
+
+}  // namespace
+
 CrossProcessLock::CrossProcessLock(std::string path, bool create)
-    : path_(std::move(path)), create_(create) {}
+    : path_(std::move(path)), create_(create) {
+  Register(this);
+}
 
 CrossProcessLock::~CrossProcessLock() {
+  Unregister(this);
   if (fd_ >= 0 && fd_pid_ == getpid()) close(fd_);
+  pthread_mutex_destroy(&mutex_);
 }
+
+void CrossProcessLock::ResetAfterFork() { pthread_mutex_init(&mutex_, nullptr); }
 
 int CrossProcessLock::FileForThisProcess() {
   pid_t pid = getpid();
@@ -33,7 +81,7 @@ int CrossProcessLock::FileForThisProcess() {
 }
 
 int CrossProcessLock::lock() {
-  mutex_.lock();
+  pthread_mutex_lock(&mutex_);
   int fd = FileForThisProcess();
   int rc = -1;
   if (fd >= 0) {
@@ -42,14 +90,17 @@ int CrossProcessLock::lock() {
     } while (rc != 0 && errno == EINTR);
   }
   if (rc != 0) {
-    mutex_.unlock();
+    pthread_mutex_unlock(&mutex_);
     return -1;
   }
   return 0;
 }
 
 int CrossProcessLock::unlock() {
+  // A hold taken before a fork belongs to the parent: the child must not
+  // release the parent's flock through the shared description.
+  if (fd_pid_ != getpid()) return -1;
   int rc = flock(fd_, LOCK_UN);
-  mutex_.unlock();
+  pthread_mutex_unlock(&mutex_);
   return rc == 0 ? 0 : -1;
 }

@@ -1,25 +1,27 @@
 // CrossProcessLock: mutual exclusion between threads and processes through a
-// lock file. The in-process mutex is taken first, then flock(2) on the file.
+// lock file. An in-process mutex is taken first, then flock(2) on the file.
 // The kernel drops the flock when its holder dies, so a crashed process never
 // leaves a stale lock behind.
 //
 // flock belongs to the open file description, which a forked child shares with
 // its parent; the lock file is therefore opened anew in every process that
 // locks (on first use there), never inherited. Opening late also lets the
-// product root be set after the lock object was built at library load.
+// product root be set after a lock object was built at library load. A fork
+// handler gives the child fresh in-process mutexes, so a lock that some parent
+// thread held at the fork does not stay held forever in the child.
 //
 // Thread safety: lock/unlock from any thread; unlock by the locking thread.
 #pragma once
 
+#include <pthread.h>
 #include <sys/types.h>
 
-#include <mutex>
 #include <string>
 
 class CrossProcessLock {
  public:
-  // `path` is a product path; the lock file and missing parent directories
-  // are created on first lock when `create` is true.
+  // `path` is a product path; with `create` the lock file and its missing
+  // parent directories are made on first lock.
   CrossProcessLock(std::string path, bool create);
   ~CrossProcessLock();
   CrossProcessLock(const CrossProcessLock&) = delete;
@@ -29,12 +31,15 @@ class CrossProcessLock {
   int unlock();
   const std::string& path() const { return path_; }
 
+  // Called in a new child process (single-threaded) for every live lock.
+  void ResetAfterFork();
+
  private:
   int FileForThisProcess();
 
   const std::string path_;
   const bool create_;
-  std::mutex mutex_;
+  pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
   int fd_ = -1;
   pid_t fd_pid_ = 0;
 };
