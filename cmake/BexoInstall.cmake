@@ -12,6 +12,7 @@ install(TARGETS bexoplatform bexocommon EXPORT bexocommonTargets
 install(TARGETS bexo RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 file(GLOB platform_headers ${PROJECT_SOURCE_DIR}/platform/*.h)
+list(FILTER platform_headers EXCLUDE REGEX "cross_process_lock\\.h$")  # internal
 install(FILES ${platform_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/bexo)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/bexo)
 
@@ -24,6 +25,9 @@ install(FILES ${PROJECT_BINARY_DIR}/bexocommonConfig.cmake
               ${PROJECT_BINARY_DIR}/bexocommonConfigVersion.cmake
         DESTINATION ${BEXO_INSTALL_CMAKEDIR})
 
+# Relocatable: the prefix is found relative to the installed .pc file.
+file(RELATIVE_PATH BEXO_PC_TO_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+string(REGEX REPLACE "/$" "" BEXO_PC_TO_PREFIX "${BEXO_PC_TO_PREFIX}")
 foreach(pc bexoplatform bexocommon)
   configure_file(${PROJECT_SOURCE_DIR}/cmake/${pc}.pc.in ${PROJECT_BINARY_DIR}/${pc}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${pc}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
