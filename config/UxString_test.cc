@@ -10,7 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "UxLog.h"
-#include "unix_specific.h"
+#include "unix_shims.h"
 
 namespace {
 

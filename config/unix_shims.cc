@@ -1,4 +1,4 @@
-#include "unix_specific.h"
+#include "unix_shims.h"
 
 #include <errno.h>
 #include <unistd.h>
