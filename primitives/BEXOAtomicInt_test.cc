@@ -253,10 +253,11 @@ TEST_F(Atomic64Test, CasLoopsNeverLoseAnUpdate) {
   int64_t volatile wide = 0xFFFFFFF0LL;
   RunTogether([&](int) {
     for (int i = 0; i < kRounds; ++i) {
-      int32_t seen32 = narrow;
+      // A wrong first guess just costs one retry: cas reports the real value.
+      int32_t seen32 = 0;
       while (!cas(&narrow, &seen32, seen32 + 1)) {
       }
-      int64_t seen64 = 0;  // a wrong first guess just costs one retry
+      int64_t seen64 = 0;
       while (!cas(&wide, &seen64, seen64 + 0x100000001LL)) {
       }
     }
