@@ -215,6 +215,27 @@ TEST_F(SharedMemoryTest, RacingCreatorsAgreeOnOneObject) {
   EXPECT_EQ(*static_cast<BEXOAtomicInt32*>(result.getAddr()), kWorkers);
 }
 
+TEST_F(SharedMemoryTest, CliShowsSizeAndFirstBytesAndRemoves) {
+  const std::string name = NewName();
+  BEXOSharedMemory memory(name.c_str(), 100, false);
+  memcpy(memory.getAddr(), "hello shared world\0\x01\x02", 21);
+  const std::string bexo = BEXO_CLI_PATH;
+  std::string out;
+  ASSERT_EQ(bexo_test::RunCommand(bexo + " shm info " + name + " 20", &out), 0);
+  EXPECT_EQ(out, "name: /" + name + "\nsize: 100 bytes\nmode: 0600\nfirst 20 bytes:\n"
+                 "00000000  68 65 6c 6c 6f 20 73 68  61 72 65 64 20 77 6f 72  |hello shared wor|\n"
+                 "00000010  6c 64 00 01                                       |ld..|\n");
+  // Inspecting neither creates nor resizes.
+  EXPECT_EQ(bexo_test::RunCommand(bexo + " shm info " + name + "-missing 2>/dev/null", &out), 1);
+  EXPECT_EQ(ObjectSize(name + "-missing"), -1);
+  EXPECT_EQ(ObjectSize(name), 100);
+
+  EXPECT_EQ(bexo_test::RunCommand(bexo + " shm info " + name + " lots 2>/dev/null", &out), 2);
+  ASSERT_EQ(bexo_test::RunCommand(bexo + " shm remove " + name, &out), 0);
+  EXPECT_EQ(ObjectSize(name), -1);
+  EXPECT_EQ(bexo_test::RunCommand(bexo + " shm remove " + name + " 2>/dev/null", &out), 1);
+}
+
 // Counters in a segment that forked workers attach to by name.
 struct SharedCounters {
   static constexpr int kWorkers = 4;
