@@ -119,43 +119,35 @@ TEST_F(Atomic64Test, PlainStoreAndLoadKeepBothHalves) {
   }
 }
 
-TEST_F(Atomic32Test, CasReportsTheValueItSaw) {
-  int32_t volatile target = 5;
-  int32_t expected = 5;
-  EXPECT_TRUE(cas(&target, &expected, 9));
-  EXPECT_EQ(target, 9);
-  EXPECT_EQ(expected, 5);
-  expected = 5;
-  EXPECT_FALSE(cas(&target, &expected, 1));
-  EXPECT_EQ(target, 9);
-  EXPECT_EQ(expected, 9);
-}
-
 TEST_F(Atomic64Test, CasReportsTheValueItSaw) {
-  int64_t volatile target = 0x100000005LL;
-  int64_t expected = 0x100000005LL;
-  EXPECT_TRUE(cas(&target, &expected, -2));
-  EXPECT_EQ(target, -2);
-  EXPECT_EQ(expected, 0x100000005LL);
-  expected = 0x200000005LL;  // differs only in the high word
-  EXPECT_FALSE(cas(&target, &expected, 1));
-  EXPECT_EQ(target, -2);
-  EXPECT_EQ(expected, -2);
+  int32_t volatile narrow = 5;
+  int32_t expected32 = 5;
+  EXPECT_TRUE(cas(&narrow, &expected32, 9));
+  EXPECT_EQ(narrow, 9);
+  EXPECT_EQ(expected32, 5);
+  EXPECT_FALSE(cas(&narrow, &expected32, 1));
+  EXPECT_EQ(narrow, 9);
+  EXPECT_EQ(expected32, 9);
+
+  int64_t volatile wide = 0x100000005LL;
+  int64_t expected64 = 0x200000005LL;  // differs only in the high word
+  EXPECT_FALSE(cas(&wide, &expected64, 1));
+  EXPECT_EQ(wide, 0x100000005LL);
+  EXPECT_EQ(expected64, 0x100000005LL);
+  EXPECT_TRUE(cas(&wide, &expected64, -2));
+  EXPECT_EQ(wide, -2);
+  EXPECT_EQ(expected64, 0x100000005LL);
 }
 
 // Division by zero is not guarded: it faults like plain integer division.
-TEST_F(Atomic32Test, DivisionByZeroFaults) {
-  volatile int32_t zero = 0;
-  BEXOAtomicInt32 value(1);
-  EXPECT_DEATH(value /= zero, "");
-  EXPECT_DEATH(value %= zero, "");
-}
-
 TEST_F(Atomic64Test, DivisionByZeroFaults) {
-  volatile int64_t zero = 0;
-  BEXOAtomicInt64 value(1);
-  EXPECT_DEATH(value /= zero, "");
-  EXPECT_DEATH(value %= zero, "");
+  volatile int32_t zero = 0;
+  BEXOAtomicInt32 narrow(1);
+  BEXOAtomicInt64 wide(1);
+  EXPECT_DEATH(narrow /= zero, "");
+  EXPECT_DEATH(narrow %= zero, "");
+  EXPECT_DEATH(wide /= zero, "");
+  EXPECT_DEATH(wide %= zero, "");
 }
 
 // Runs body(thread index) on kThreads threads released together.
