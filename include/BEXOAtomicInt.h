@@ -14,8 +14,9 @@
 // conversion operators, assignment from an integer, the constructors) carry no
 // fence. The 64-bit ones are split into two 32-bit halves and can tear
 // against a concurrent writer; that matches the 32-bit target the counters
-// were made for. A consistent 64-bit snapshot takes a read-modify-write, e.g.
-// cas(&word, &seen, 0) with seen == 0 leaves the observed value in `seen`.
+// were made for. Where a reader needs a consistent 64-bit value, keep a plain
+// int64_t and read it with a compare-and-swap: cas(&word, &seen, 0) with
+// seen == 0 leaves the current value in `seen` and never changes `word`.
 #pragma once
 
 #include <stdint.h>
