@@ -74,7 +74,10 @@ class BEXO_EXPORT CommonIPCClient {
 
  private:
   ssize_t WriteAll(struct iovec* parts, int count);
-  ssize_t ReadAll(char* buf, size_t len);
+  // Reads at least `least` and at most `most` bytes within the silence
+  // budget, polling before each read or (`read_first`) only when a read finds
+  // nothing; returns the count, or -1 after closing the socket.
+  ssize_t ReadSome(char* buf, size_t least, size_t most, bool read_first);
   bool AwaitReady(short events, int* idle_seconds);
   bool AwaitConnected(int seconds);
 

@@ -10,6 +10,7 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <exception>
 #include <new>
 
@@ -26,17 +27,17 @@ constexpr char kLogFile[] = "CommonIPCServer.cpp";
 
 static_assert(sizeof(sockaddr_un) == 110, "accept() address buffer of 110 bytes");
 
-// Reads exactly `size` bytes, blocking; false on end of file or error.
-bool ReadFully(int fd, void* buffer, size_t size) {
-  char* next = static_cast<char*>(buffer);
-  while (size > 0) {
-    ssize_t count = read(fd, next, size);
+// Reads at least `least` and at most `most` bytes, blocking; returns the
+// count, or -1 on end of file or error first.
+ssize_t ReadAtLeast(int fd, char* buffer, size_t least, size_t most) {
+  size_t got = 0;
+  while (got < least) {
+    ssize_t count = read(fd, buffer + got, most - got);
     if (count < 0 && errno == EINTR) continue;
-    if (count < 1) return false;
-    next += count;
-    size -= count;
+    if (count < 1) return -1;
+    got += count;
   }
-  return true;
+  return static_cast<ssize_t>(got);
 }
 
 // Writes every byte of `parts`, blocking; false when a write moves nothing.
@@ -233,16 +234,22 @@ int CommonIPCServer::Listening() {
 }
 
 bool CommonIPCServer::ReceiveFromClient(char** data, CommonIPCMsgHeader* hdr) {
-  CommonIPCMsgHeader header;
-  if (!ReadFully(client_socket_, &header, sizeof header)) return false;
-  *hdr = header;
-  size_t length = header.length;
+  // The header read takes whatever else has arrived too, which spares small
+  // requests a second read; bytes beyond the frame are dropped.
+  char first[4096];
+  ssize_t got = ReadAtLeast(client_socket_, first, sizeof(CommonIPCMsgHeader), sizeof first);
+  if (got < 0) return false;
+  memcpy(hdr, first, sizeof *hdr);
+  size_t length = hdr->length;
   if (length == SIZE_MAX) return false;  // length + 1 would wrap where size_t is 32 bits
   // The announced length is trusted; malloc only reserves address space for
   // a large body, and pages are committed as the bytes arrive.
   char* body = static_cast<char*>(malloc(length + 1));
   if (body == nullptr) return false;
-  if (!ReadFully(client_socket_, body, length)) {
+  size_t have = std::min(length, static_cast<size_t>(got) - sizeof *hdr);
+  memcpy(body, first + sizeof *hdr, have);
+  size_t rest = length - have;
+  if (rest > 0 && ReadAtLeast(client_socket_, body + have, rest, rest) < 0) {
     free(body);
     return false;
   }
