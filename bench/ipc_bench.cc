@@ -13,7 +13,6 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/uio.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -24,9 +23,10 @@
 #include <thread>
 #include <vector>
 
-#include "CommonIPCClient.h"
 #include "CommonIPCServer.h"
+#include "ipc/ipc_iovec.h"
 #include "product_path.h"
+#include "tests/support/ipc_test_util.h"
 
 namespace {
 
@@ -36,56 +36,32 @@ std::string Echo(std::string request) { return request; }
 
 // --- the floor --------------------------------------------------------------
 
-bool ReadExactly(int fd, void* buffer, size_t size) {
-  char* next = static_cast<char*>(buffer);
-  while (size > 0) {
-    ssize_t n = read(fd, next, size);
-    if (n <= 0) return false;
-    next += n;
-    size -= n;
-  }
-  return true;
-}
-
-bool WriteExactly(int fd, const void* header, const void* body, size_t body_size) {
+bool WriteFrame(int fd, const void* header, const void* body, size_t body_size) {
   iovec parts[2] = {{const_cast<void*>(header), 4}, {const_cast<void*>(body), body_size}};
-  size_t left = 4 + body_size;
-  iovec* next = parts;
-  int count = body_size > 0 ? 2 : 1;
-  while (left > 0) {
-    ssize_t n = writev(fd, next, count);
+  msghdr message{};
+  message.msg_iov = parts;
+  message.msg_iovlen = body_size > 0 ? 2 : 1;
+  while (message.msg_iovlen > 0) {
+    ssize_t n = sendmsg(fd, &message, MSG_NOSIGNAL);
     if (n <= 0) return false;
-    left -= n;
-    for (size_t step = n; step > 0 && count > 0;) {
-      size_t used = std::min(step, next->iov_len);
-      next->iov_base = static_cast<char*>(next->iov_base) + used;
-      next->iov_len -= used;
-      step -= used;
-      if (next->iov_len == 0) ++next, --count;
-    }
+    bexo::SkipSentBytes(&message, n);
   }
   return true;
 }
 
 void FloorServe(int fd) {
   uint32_t length;
-  if (ReadExactly(fd, &length, 4)) {
+  if (bexo_test::ReadExactly(fd, &length, 4)) {
     std::vector<char> body(length);
-    if (ReadExactly(fd, body.data(), length)) WriteExactly(fd, &length, body.data(), length);
+    if (bexo_test::ReadExactly(fd, body.data(), length)) WriteFrame(fd, &length, body.data(), length);
   }
   close(fd);
 }
 
-sockaddr_un FloorAddress() {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::string path = bexo::ProductPath("/var/bexo/floor.sock");
-  strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-  return address;
-}
+std::string FloorPath() { return bexo::ProductPath("/var/bexo/floor.sock"); }
 
 void StartFloorServer() {
-  sockaddr_un address = FloorAddress();
+  sockaddr_un address = bexo_test::UnixAddress(FloorPath());
   bexo::MakeParentDirectories(address.sun_path);
   unlink(address.sun_path);
   int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -103,32 +79,23 @@ void StartFloorServer() {
 }
 
 bool FloorRoundTrip(const std::string& request, std::string* reply) {
-  static const sockaddr_un address = FloorAddress();
-  int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  bool ok = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  static const std::string path = FloorPath();
+  int fd = bexo_test::ConnectUnix(path);
+  bool ok = fd >= 0;
   uint32_t length = static_cast<uint32_t>(request.size());
-  ok = ok && WriteExactly(fd, &length, request.data(), request.size()) && ReadExactly(fd, &length, 4);
+  ok = ok && WriteFrame(fd, &length, request.data(), request.size()) && bexo_test::ReadExactly(fd, &length, 4);
   if (ok) {
     reply->resize(length);
-    ok = ReadExactly(fd, &(*reply)[0], length);
+    ok = bexo_test::ReadExactly(fd, &(*reply)[0], length);
   }
-  close(fd);
+  if (fd >= 0) close(fd);
   return ok;
 }
 
 // --- the library ----------------------------------------------------------------
 
 bool BexoRoundTrip(const std::string& request, std::string* reply) {
-  BEXO::CommonIPCClient client;
-  client.SetupConnection(kPort);
-  BEXO::CommonIPCMsgHeader header;
-  header.length = static_cast<uint32_t>(request.size());
-  if (!client.SendToServer(request.data(), header)) return false;
-  char* body = nullptr;
-  if (!client.ReceiveFromServer(&body, &header)) return false;
-  reply->assign(body, header.length);
-  delete[] body;
-  return true;
+  return bexo_test::IpcExchange(kPort, request, reply);
 }
 
 // --- measurement -------------------------------------------------------------

@@ -15,6 +15,7 @@
 #include "CommonIPCServer.h"
 #include "IPCParser.h"
 #include "product_path.h"
+#include "tests/support/ipc_test_util.h"
 
 namespace {
 
@@ -42,16 +43,6 @@ BEXO::CommonIPCServer* Server() {
   return server;
 }
 
-int Connect() {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::string path = bexo::ProductPath("/var/bexo/port." + std::to_string(kPort));
-  strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-  int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-  if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) abort();
-  return fd;
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -66,8 +57,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     memcpy(&request[0], &announced, 4);
   }
   BEXO::CommonIPCServer* server = Server();
-  int client = Connect();
-  if (send(client, request.data(), request.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(request.size())) abort();
+  int client = bexo_test::ConnectUnix(bexo::ProductPath("/var/bexo/port." + std::to_string(kPort)));
+  if (client < 0) abort();
+  if (!bexo_test::SendAll(client, request.data(), request.size())) abort();
   shutdown(client, SHUT_WR);
 
   // EventFromClient only looks at the listening socket's bit: a full set

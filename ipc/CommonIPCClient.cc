@@ -15,6 +15,7 @@
 
 #include "ipc/ipc_address.h"
 #include "ipc/ipc_clock.h"
+#include "ipc/ipc_iovec.h"
 
 namespace BEXO {
 namespace {
@@ -156,16 +157,7 @@ ssize_t CommonIPCClient::WriteAll(iovec* parts, int count) {
     }
     if (sent <= 0) break;
     written += sent;
-    for (size_t step = sent; step > 0;) {
-      size_t used = step < message.msg_iov->iov_len ? step : message.msg_iov->iov_len;
-      message.msg_iov->iov_base = static_cast<char*>(message.msg_iov->iov_base) + used;
-      message.msg_iov->iov_len -= used;
-      step -= used;
-      if (message.msg_iov->iov_len == 0 && message.msg_iovlen > 1) {
-        ++message.msg_iov;
-        --message.msg_iovlen;
-      }
-    }
+    bexo::SkipSentBytes(&message, sent);
   }
   if (written == total) return static_cast<ssize_t>(total);
   Disconnect();

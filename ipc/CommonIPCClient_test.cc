@@ -14,10 +14,13 @@
 #include <vector>
 
 #include "ipc/ipc_clock.h"
+#include "ipc_test_util.h"
 #include "temp_root.h"
 
 namespace {
 
+using bexo_test::ReadExactly;
+using bexo_test::SendAll;
 using Clock = std::chrono::steady_clock;
 
 constexpr int kPort = 7301;
@@ -26,36 +29,12 @@ double SecondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-bool WriteAllBytes(int fd, const void* data, size_t size) {
-  const char* next = static_cast<const char*>(data);
-  while (size > 0) {
-    ssize_t n = send(fd, next, size, MSG_NOSIGNAL);
-    if (n <= 0) return false;
-    next += n;
-    size -= n;
-  }
-  return true;
-}
-
-bool ReadAllBytes(int fd, void* data, size_t size) {
-  char* next = static_cast<char*>(data);
-  while (size > 0) {
-    ssize_t n = read(fd, next, size);
-    if (n <= 0) return false;
-    next += n;
-    size -= n;
-  }
-  return true;
-}
-
 // A listening socket at the port's path that answers only as each test says.
 class FakeServer {
  public:
   FakeServer(const std::string& path, int backlog) {
     fd_ = socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+    sockaddr_un address = bexo_test::UnixAddress(path);
     EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0) << strerror(errno);
     EXPECT_EQ(listen(fd_, backlog), 0);
   }
@@ -69,9 +48,9 @@ class FakeServer {
 // Reads one request frame from `fd`, returning its body.
 std::string ReadRequest(int fd) {
   uint32_t length = 0;
-  if (!ReadAllBytes(fd, &length, sizeof length)) return "<no header>";
+  if (!ReadExactly(fd, &length, sizeof length)) return "<no header>";
   std::string body(length, '\0');
-  if (!ReadAllBytes(fd, &body[0], length)) return "<short body>";
+  if (!ReadExactly(fd, &body[0], length)) return "<short body>";
   return body;
 }
 
@@ -123,9 +102,7 @@ INSTANTIATE_TEST_SUITE_P(Absences, CommonIPCClientNoServerTest,
 
 // Fills the backlog of a server that never accepts; returns the pending sockets.
 std::vector<int> FillBacklog(const std::string& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+  sockaddr_un address = bexo_test::UnixAddress(path);
   std::vector<int> pending;
   for (int i = 0; i < 64; ++i) {
     int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
@@ -204,11 +181,11 @@ TEST_F(CommonIPCClientTest, TricklingDataDoesNotRenewTheSilenceBudget) {
     int peer = slow.Accept();
     ReadRequest(peer);
     uint32_t length = 100;
-    bool open = WriteAllBytes(peer, &length, sizeof length);
+    bool open = SendAll(peer, &length, sizeof length);
     // One byte per ~2.4 silent rounds: 100 bytes would need about 240 rounds.
     for (uint32_t i = 0; open && i < length; ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(120));
-      open = WriteAllBytes(peer, "x", 1);
+      open = SendAll(peer, "x", 1);
     }
     close(peer);
   });
@@ -233,7 +210,7 @@ TEST_P(CommonIPCClientRudeServerTest, AbandonsTheWrite) {
   std::thread serve([&] {
     peer = rude.Accept();
     if (GetParam() == Rude::kTalksFirst) {
-      WriteAllBytes(peer, "early", 5);
+      SendAll(peer, "early", 5);
     } else {
       close(peer);
       peer = -1;
@@ -268,7 +245,7 @@ TEST_P(CommonIPCClientReplyTest, ReadsOneFrame) {
   std::thread serve([&] {
     int peer = server.Accept();
     ReadRequest(peer);
-    WriteAllBytes(peer, GetParam().raw.data(), GetParam().raw.size());
+    SendAll(peer, GetParam().raw.data(), GetParam().raw.size());
     close(peer);
   });
   BEXO::CommonIPCClient client;

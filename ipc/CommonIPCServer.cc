@@ -16,6 +16,7 @@
 
 #include "UxLog.h"
 #include "ipc/ipc_address.h"
+#include "ipc/ipc_iovec.h"
 #include "product_path.h"
 
 namespace BEXO {
@@ -50,15 +51,7 @@ bool WriteFully(int fd, iovec* parts, int count) {
     ssize_t sent = sendmsg(fd, &message, MSG_NOSIGNAL);
     if (sent < 0 && errno == EINTR) continue;
     if (sent < 1) return false;
-    for (size_t step = sent; message.msg_iovlen > 0;) {
-      size_t used = step < message.msg_iov->iov_len ? step : message.msg_iov->iov_len;
-      message.msg_iov->iov_base = static_cast<char*>(message.msg_iov->iov_base) + used;
-      message.msg_iov->iov_len -= used;
-      step -= used;
-      if (message.msg_iov->iov_len > 0) break;
-      ++message.msg_iov;
-      --message.msg_iovlen;
-    }
+    bexo::SkipSentBytes(&message, sent);
   }
   return true;
 }

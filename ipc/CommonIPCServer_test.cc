@@ -11,7 +11,7 @@
 #include <string>
 
 #include "ipc/ipc_clock.h"
-#include "ipc_exchange.h"
+#include "ipc_test_util.h"
 #include "product_path.h"
 #include "temp_root.h"
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <thread>
 
-#include "ipc_exchange.h"
+#include "ipc_test_util.h"
 #include "temp_root.h"
 
 namespace {

@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "CommonIPCServer.h"
-#include "ipc_exchange.h"
+#include "ipc_test_util.h"
 #include "temp_root.h"
 
 namespace {
@@ -40,28 +40,7 @@ int CountDescriptors(pid_t pid) {
   return count;
 }
 
-// A raw connection to the port, for clients the real client class never is.
-int RawConnect(const std::string& path) {
-  int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-  if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-    close(fd);
-    return -1;
-  }
-  return fd;
-}
-
-bool RawSend(int fd, const std::string& bytes) {
-  size_t done = 0;
-  while (done < bytes.size()) {
-    ssize_t n = send(fd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
-    if (n <= 0) return false;
-    done += n;
-  }
-  return true;
-}
+bool SendBytes(int fd, const std::string& bytes) { return bexo_test::SendAll(fd, bytes.data(), bytes.size()); }
 
 std::string Frame(const std::string& body) {
   uint32_t length = static_cast<uint32_t>(body.size());
@@ -200,7 +179,7 @@ TEST_F(IpcRoundTripTest, ManyConcurrentClientsEachGetTheirOwnReply) {
 
 TEST_F(IpcRoundTripTest, ClientsThatConnectAndCloseAreForgotten) {
   for (int i = 0; i < 20; ++i) {
-    int fd = RawConnect(SocketPath());
+    int fd = bexo_test::ConnectUnix(SocketPath());
     ASSERT_GE(fd, 0);
     close(fd);
   }
@@ -210,9 +189,9 @@ TEST_F(IpcRoundTripTest, ClientsThatConnectAndCloseAreForgotten) {
 TEST_F(IpcRoundTripTest, StalledClientsHoldOnlyTheirOwnThreads) {
   std::vector<int> stalled;
   for (int i = 0; i < 3; ++i) {
-    int fd = RawConnect(SocketPath());
+    int fd = bexo_test::ConnectUnix(SocketPath());
     ASSERT_GE(fd, 0);
-    ASSERT_TRUE(RawSend(fd, Frame(std::string(100, 's')).substr(0, 4 + 10)));
+    ASSERT_TRUE(SendBytes(fd, Frame(std::string(100, 's')).substr(0, 4 + 10)));
     stalled.push_back(fd);
   }
   for (int i = 0; i < 20; ++i) ExpectAnswering();
@@ -223,9 +202,9 @@ TEST_F(IpcRoundTripTest, StalledClientsHoldOnlyTheirOwnThreads) {
 
 TEST_F(IpcRoundTripTest, ClientThatLeavesBeforeTheReplyDoesNotHurtTheServer) {
   for (int i = 0; i < 3; ++i) {
-    int fd = RawConnect(SocketPath());
+    int fd = bexo_test::ConnectUnix(SocketPath());
     ASSERT_GE(fd, 0);
-    std::thread sender([fd] { RawSend(fd, Frame(Pattern(1 << 20))); });
+    std::thread sender([fd] { SendBytes(fd, Frame(Pattern(1 << 20))); });
     // Give the server a moment to start reading, then hang up mid-exchange.
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     shutdown(fd, SHUT_RDWR);
@@ -245,9 +224,9 @@ class IpcRoundTripGarbageTest : public IpcRoundTripTest,
 
 TEST_P(IpcRoundTripGarbageTest, ServerSurvivesAndKeepsAnswering) {
   for (int i = 0; i < 5; ++i) {
-    int fd = RawConnect(SocketPath());
+    int fd = bexo_test::ConnectUnix(SocketPath());
     ASSERT_GE(fd, 0);
-    RawSend(fd, GetParam().bytes);
+    SendBytes(fd, GetParam().bytes);
     close(fd);
   }
   ExpectAliveAndClean();
