@@ -237,6 +237,8 @@ struct ReplyCase {
   std::string body;
 };
 
+void PrintTo(const ReplyCase& c, std::ostream* out) { *out << c.name; }
+
 class CommonIPCClientReplyTest : public CommonIPCClientTest,
                                  public ::testing::WithParamInterface<ReplyCase> {};
 

@@ -166,7 +166,7 @@ bool CommonIPCServer::EventFromClient(fd_set* set) {
 // Replaces a listening socket that failed (or could not be made) with a new
 // one and rebuilds the master set. A failure is reported once, when `report`
 // says the previous socket was working; the listener retries every round.
-int CommonIPCServer::RestoreListeningSocket(fd_set* master, bool report) {
+void CommonIPCServer::RestoreListeningSocket(fd_set* master, bool report) {
   CloseSocket();
   listen_socket_ = CreateSocket();
   int error = errno;
@@ -178,7 +178,6 @@ int CommonIPCServer::RestoreListeningSocket(fd_set* master, bool report) {
     UX_LOG(1, kLogFile, "Listening", "ERROR: cannot listen on IPC port %d again: %s", port_,
            strerror_r(error, text, sizeof text));
   }
-  return listen_socket_;
 }
 
 int CommonIPCServer::Listening() {

@@ -51,6 +51,8 @@ struct HandlerCase {
   std::string reply;
 };
 
+void PrintTo(const HandlerCase& c, std::ostream* out) { *out << c.name; }
+
 class CommonIPCServerHandlerTest : public CommonIPCServerTest,
                                    public ::testing::WithParamInterface<HandlerCase> {};
 

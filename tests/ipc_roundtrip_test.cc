@@ -130,6 +130,8 @@ struct BodyCase {
   std::string reply;
 };
 
+void PrintTo(const BodyCase& c, std::ostream* out) { *out << c.name; }
+
 class IpcRoundTripBodyTest : public IpcRoundTripTest, public ::testing::WithParamInterface<BodyCase> {};
 
 TEST_P(IpcRoundTripBodyTest, ReplyMatches) {
@@ -218,6 +220,8 @@ struct GarbageCase {
   const char* name;
   std::string bytes;
 };
+
+void PrintTo(const GarbageCase& c, std::ostream* out) { *out << c.name; }
 
 class IpcRoundTripGarbageTest : public IpcRoundTripTest,
                                 public ::testing::WithParamInterface<GarbageCase> {};
