@@ -280,13 +280,4 @@ INSTANTIATE_TEST_SUITE_P(
                       ReplyCase{"NoReply", ""s, false, ""}),
     [](const ::testing::TestParamInfo<ReplyCase>& param) { return std::string(param.param.name); });
 
-TEST_F(CommonIPCClientTest, UnconnectedSocketCallsFailCleanly) {
-  BEXO::CommonIPCClient client;
-  char buffer[4] = {};
-  EXPECT_EQ(client.ReadSock(buffer, 4), -1);
-  EXPECT_EQ(client.WriteSock(buffer, 0), 0);
-  EXPECT_EQ(client.WriteSock(buffer, 4), -1);
-  client.Disconnect();
-}
-
 }  // namespace

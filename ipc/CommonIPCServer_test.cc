@@ -107,18 +107,6 @@ TEST_F(CommonIPCServerTest, StaleFileAtThePathIsReplaced) {
   EXPECT_EQ(reply, "[a]");
 }
 
-TEST_F(CommonIPCServerTest, SecondServerOnThePortTakesItOver) {
-  BEXO::CommonIPCServer first(kPort);
-  first.SetHandler(Empty);
-  ASSERT_TRUE(first.StartListening());
-  BEXO::CommonIPCServer second(kPort);
-  second.SetHandler(Bracket);
-  ASSERT_TRUE(second.StartListening());
-  std::string reply;
-  ASSERT_TRUE(IpcExchange(kPort, "b", &reply));
-  EXPECT_EQ(reply, "[b]");
-}
-
 TEST_F(CommonIPCServerTest, StartingTwiceIsRefused) {
   BEXO::CommonIPCServer server(kPort);
   ASSERT_TRUE(server.StartListening());
