@@ -19,16 +19,14 @@ static_assert(sizeof(sockaddr_un::sun_path) == kPathLimit + 1, "108-byte path fi
 }  // namespace
 
 socklen_t MakeIpcAddress(int port, sockaddr_un* address) {
-  char name[1024];
+  char name[64];
   bexo_snprintf(name, sizeof name, kPortPathFormat, port);
-  char path[1024];
-  bexo_snprintf(path, sizeof path, "%s", ProductPath(name).c_str());
+  std::string path = ProductPath(name);
 
   memset(address, 0, sizeof *address);
   address->sun_family = AF_UNIX;
-  size_t length = strnlen(path, kPathLimit);  // longer paths are cut
-  memcpy(address->sun_path, path, length);
-  address->sun_path[length] = '\0';
+  size_t length = path.size() < kPathLimit ? path.size() : kPathLimit;  // longer paths are cut
+  memcpy(address->sun_path, path.data(), length);
   return static_cast<socklen_t>(length + offsetof(sockaddr_un, sun_path));
 }
 
