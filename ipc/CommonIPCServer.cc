@@ -1,0 +1,320 @@
+#include "CommonIPCServer.h"
+
+#include <errno.h>
+#include <signal.h>
+#include <stdint.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <exception>
+#include <new>
+
+#include "UxLog.h"
+#include "ipc/ipc_address.h"
+#include "ipc/ipc_iovec.h"
+#include "product_path.h"
+
+namespace BEXO {
+namespace {
+
+constexpr int kBacklog = 5;
+constexpr long kListenRoundSeconds = 1;  // how soon the listener sees the stop flag
+constexpr char kLogFile[] = "CommonIPCServer.cpp";
+
+static_assert(sizeof(sockaddr_un) == 110, "accept() address buffer of 110 bytes");
+
+// Reads at least `least` and at most `most` bytes, blocking; returns the
+// count, or -1 on end of file or error first.
+ssize_t ReadAtLeast(int fd, char* buffer, size_t least, size_t most) {
+  size_t got = 0;
+  while (got < least) {
+    ssize_t count = read(fd, buffer + got, most - got);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 1) return -1;
+    got += count;
+  }
+  return static_cast<ssize_t>(got);
+}
+
+// Writes every byte of `parts`, blocking; false when a write moves nothing.
+// MSG_NOSIGNAL: a client that hung up must not raise SIGPIPE in the daemon.
+bool WriteFully(int fd, iovec* parts, int count) {
+  msghdr message{};
+  message.msg_iov = parts;
+  message.msg_iovlen = count;
+  while (message.msg_iovlen > 0) {
+    ssize_t sent = sendmsg(fd, &message, MSG_NOSIGNAL);
+    if (sent < 0 && errno == EINTR) continue;
+    if (sent < 1) return false;
+    bexo::SkipSentBytes(&message, sent);
+  }
+  return true;
+}
+
+void SetSignalsBlocked(bool blocked) {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  pthread_sigmask(blocked ? SIG_BLOCK : SIG_UNBLOCK, &signals, nullptr);
+}
+
+}  // namespace
+
+CommonIPCServer::CommonIPCServer(int port)
+    : port_(port),
+      listen_socket_(-1),
+      client_socket_(-1),
+      listener_thread_(0),
+      handler_(nullptr),
+      stop_(false),
+      copy_(false) {
+  pthread_mutex_init(&stop_mutex_, nullptr);
+}
+
+CommonIPCServer::CommonIPCServer(const CommonIPCServer& source)
+    : port_(source.port_),
+      listen_socket_(-1),
+      client_socket_(source.client_socket_),
+      listener_thread_(0),
+      handler_(source.handler_),
+      stop_(false),
+      copy_(true) {
+  pthread_mutex_init(&stop_mutex_, nullptr);
+}
+
+CommonIPCServer::~CommonIPCServer() {
+  if (copy_) {
+    DisconnectClient();
+  } else {
+    StopListening();
+    CloseSocket();
+  }
+  pthread_mutex_destroy(&stop_mutex_);
+}
+
+void CommonIPCServer::SetHandler(Handler handler) { handler_ = handler; }
+
+int CommonIPCServer::CreateSocket() {
+  int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) return -1;
+  if (fd >= FD_SETSIZE) {
+    // The listener waits with select(), whose sets cannot hold this descriptor.
+    close(fd);
+    errno = EMFILE;
+    return -1;
+  }
+  int one = 1;
+  setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+
+  sockaddr_un address;
+  socklen_t length = bexo::MakeIpcAddress(port_, &address);
+  bexo::MakeParentDirectories(address.sun_path);
+  unlink(address.sun_path);
+  if (bind(fd, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
+      chmod(address.sun_path, 0666) != 0 || listen(fd, kBacklog) != 0) {
+    int error = errno;
+    close(fd);
+    errno = error;
+    return -1;
+  }
+  return fd;
+}
+
+bool CommonIPCServer::StartListening() {
+  if (listener_thread_ != 0) return false;
+  int fd = CreateSocket();
+  if (fd < 0) return false;
+  CloseSocket();
+  listen_socket_ = fd;
+  if (pthread_create(&listener_thread_, nullptr, ThreadListening, this) != 0) {
+    listener_thread_ = 0;
+  }
+  return true;
+}
+
+void CommonIPCServer::StopListening() {
+  pthread_mutex_lock(&stop_mutex_);
+  stop_ = true;
+  pthread_mutex_unlock(&stop_mutex_);
+  if (listener_thread_ != 0) {
+    pthread_join(listener_thread_, nullptr);
+    listener_thread_ = 0;
+  }
+}
+
+int CommonIPCServer::ReceiveWaitFromClient(fd_set* set, long seconds) {
+  timeval timeout{seconds, 0};
+  return select(listen_socket_ + 1, set, nullptr, nullptr, seconds == 0 ? nullptr : &timeout);
+}
+
+bool CommonIPCServer::EventFromClient(fd_set* set) {
+  if (listen_socket_ < 0 || !FD_ISSET(listen_socket_, set)) return false;
+  FD_CLR(listen_socket_, set);
+  sockaddr_un peer;
+  socklen_t size = sizeof peer;
+  client_socket_ = accept4(listen_socket_, reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC);
+  if (client_socket_ < 0) client_socket_ = -1;
+  return true;
+}
+
+// Replaces a listening socket that failed (or could not be made) with a new
+// one and rebuilds the master set. A failure is reported once, when `report`
+// says the previous socket was working; the listener retries every round.
+void CommonIPCServer::RestoreListeningSocket(fd_set* master, bool report) {
+  CloseSocket();
+  listen_socket_ = CreateSocket();
+  int error = errno;
+  FD_ZERO(master);
+  if (listen_socket_ >= 0) {
+    FD_SET(listen_socket_, master);
+  } else if (report) {
+    char text[256];
+    UX_LOG(1, kLogFile, "Listening", "ERROR: cannot listen on IPC port %d again: %s", port_,
+           strerror_r(error, text, sizeof text));
+  }
+}
+
+int CommonIPCServer::Listening() {
+  fd_set master;
+  FD_ZERO(&master);
+  if (listen_socket_ >= 0) FD_SET(listen_socket_, &master);
+  pthread_attr_t detached;
+  pthread_attr_init(&detached);
+  pthread_attr_setdetachstate(&detached, PTHREAD_CREATE_DETACHED);
+  int result = 0;
+  for (;;) {
+    pthread_mutex_lock(&stop_mutex_);
+    bool stop = stop_;
+    pthread_mutex_unlock(&stop_mutex_);
+    if (stop) break;
+
+    // Serving threads created in this window inherit the blocked signals.
+    DisableSignal();
+    fd_set ready = master;
+    int waited = ReceiveWaitFromClient(&ready, kListenRoundSeconds);
+    int wait_error = errno;
+    if (listen_socket_ < 0) {
+      RestoreListeningSocket(&master, false);
+    } else if (waited >= 0) {
+      if (EventFromClient(&ready)) {
+        CommonIPCServer* copy = new (std::nothrow) CommonIPCServer(*this);
+        if (copy == nullptr) {
+          DisconnectClient();
+        } else {
+          client_socket_ = -1;  // the copy owns the connection now
+          pthread_t thread;
+          result = pthread_create(&thread, &detached, ThreadProcess, copy);
+          if (result != 0) {
+            delete copy;  // closes its connection
+            break;        // listening ends; this finishing thread keeps its mask
+          }
+        }
+      }
+    } else if (wait_error != EINTR) {
+      RestoreListeningSocket(&master, true);
+    }
+    EnableSignal();
+  }
+  pthread_attr_destroy(&detached);
+  return result;
+}
+
+bool CommonIPCServer::ReceiveFromClient(char** data, CommonIPCMsgHeader* hdr) {
+  // The header read takes whatever else has arrived too, which spares small
+  // requests a second read; bytes beyond the frame are dropped.
+  char first[4096];
+  ssize_t got = ReadAtLeast(client_socket_, first, sizeof(CommonIPCMsgHeader), sizeof first);
+  if (got < 0) return false;
+  memcpy(hdr, first, sizeof *hdr);
+  size_t length = hdr->length;
+  if (length == SIZE_MAX) return false;  // length + 1 would wrap where size_t is 32 bits
+  // The announced length is trusted; malloc only reserves address space for
+  // a large body, and pages are committed as the bytes arrive.
+  char* body = static_cast<char*>(malloc(length + 1));
+  if (body == nullptr) return false;
+  size_t have = std::min(length, static_cast<size_t>(got) - sizeof *hdr);
+  memcpy(body, first + sizeof *hdr, have);
+  size_t rest = length - have;
+  if (rest > 0 && ReadAtLeast(client_socket_, body + have, rest, rest) < 0) {
+    free(body);
+    return false;
+  }
+  body[length] = '\0';
+  *data = body;
+  return true;
+}
+
+bool CommonIPCServer::SendToClient(const char* data, const CommonIPCMsgHeader& hdr) {
+  bool sent = false;
+  if (hdr.length == 0 || data != nullptr) {
+    CommonIPCMsgHeader header = hdr;
+    iovec parts[2] = {{&header, sizeof header}, {const_cast<char*>(data), hdr.length}};
+    sent = WriteFully(client_socket_, parts, hdr.length > 0 ? 2 : 1);
+  }
+  DisconnectClient();
+  return sent;
+}
+
+void CommonIPCServer::Process() {
+  char* request = nullptr;
+  CommonIPCMsgHeader header;
+  if (!ReceiveFromClient(&request, &header)) {
+    DisconnectClient();
+    delete this;
+    return;
+  }
+  std::string reply;
+  if (handler_ != nullptr) {
+    try {
+      reply = handler_(std::string(request));
+    } catch (const std::exception& error) {
+      reply.clear();
+      UX_LOG(1, kLogFile, "Process", "ERROR: IPC handler on port %d failed: %s", port_, error.what());
+    } catch (...) {
+      reply.clear();
+      UX_LOG(1, kLogFile, "Process", "ERROR: IPC handler on port %d failed", port_);
+    }
+  }
+  free(request);
+  size_t length = strlen(reply.c_str());
+  CommonIPCMsgHeader answer;
+  answer.length = length < UINT32_MAX ? static_cast<uint32_t>(length) : UINT32_MAX;
+  SendToClient(reply.data(), answer);
+  delete this;
+}
+
+void CommonIPCServer::DisconnectClient() {
+  if (client_socket_ != -1) {
+    close(client_socket_);
+    client_socket_ = -1;
+  }
+}
+
+void CommonIPCServer::CloseSocket() {
+  if (listen_socket_ != -1) {
+    close(listen_socket_);
+    listen_socket_ = -1;
+  }
+}
+
+void CommonIPCServer::DisableSignal() { SetSignalsBlocked(true); }
+
+void CommonIPCServer::EnableSignal() { SetSignalsBlocked(false); }
+
+void* ThreadListening(void* server) {
+  if (server != nullptr) static_cast<CommonIPCServer*>(server)->Listening();
+  return nullptr;
+}
+
+void* ThreadProcess(void* copy) {
+  if (copy != nullptr) static_cast<CommonIPCServer*>(copy)->Process();
+  return nullptr;
+}
+
+}  // namespace BEXO
