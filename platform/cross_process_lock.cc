@@ -18,6 +18,10 @@ struct Registry {
   std::unordered_set<CrossProcessLock*> locks;
 };
 
+// getpid() is a system call on current glibc; the lock path asks on every
+// lock and unlock, so the pid is kept here and renewed by the fork handler.
+pid_t g_pid = getpid();
+
 Registry& TheRegistry() {
   static Registry* registry = new Registry;  // outlives static lock objects
   return *registry;
@@ -28,6 +32,7 @@ void PrepareFork() { TheRegistry().mutex.lock(); }
 void ParentAfterFork() { TheRegistry().mutex.unlock(); }
 
 void ChildAfterFork() {
+  g_pid = getpid();
   Registry& registry = TheRegistry();
   for (CrossProcessLock* lock : registry.locks) lock->ResetAfterFork();
   registry.mutex.unlock();
@@ -56,14 +61,14 @@ CrossProcessLock::CrossProcessLock(std::string path, bool create)
 
 CrossProcessLock::~CrossProcessLock() {
   Unregister(this);
-  if (fd_ >= 0 && fd_pid_ == getpid()) close(fd_);
+  if (fd_ >= 0 && fd_pid_ == g_pid) close(fd_);
   pthread_mutex_destroy(&mutex_);
 }
 
 void CrossProcessLock::ResetAfterFork() { pthread_mutex_init(&mutex_, nullptr); }
 
 int CrossProcessLock::FileForThisProcess() {
-  pid_t pid = getpid();
+  pid_t pid = g_pid;
   if (fd_ >= 0 && fd_pid_ == pid) return fd_;
   // A descriptor inherited across fork shares the parent's flock; drop it.
   if (fd_ >= 0) close(fd_);
@@ -99,7 +104,7 @@ int CrossProcessLock::lock() {
 int CrossProcessLock::unlock() {
   // A hold taken before a fork belongs to the parent: the child must not
   // release the parent's flock through the shared description.
-  if (fd_pid_ != getpid()) return -1;
+  if (fd_pid_ != g_pid) return -1;
   int rc = flock(fd_, LOCK_UN);
   pthread_mutex_unlock(&mutex_);
   return rc == 0 ? 0 : -1;
