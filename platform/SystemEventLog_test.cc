@@ -14,6 +14,23 @@
 
 namespace {
 
+// A socket bound to an ephemeral loopback port; returns its descriptor.
+int BindLoopback(int type, int* port) {
+  int fd = socket(AF_INET, type, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (fd < 0) return -1;
+  if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+    close(fd);
+    return -1;
+  }
+  socklen_t length = sizeof address;
+  getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+  *port = ntohs(address.sin_port);
+  return fd;
+}
+
 class SystemEventLogTest : public bexo_test::TempRootTest {
  protected:
   void Configure(const std::string& lines) {
@@ -51,16 +68,10 @@ TEST_F(SystemEventLogTest, Rfc3164Format) {
 }
 
 TEST_F(SystemEventLogTest, UdpToALoopbackReceiver) {
-  int fd = socket(AF_INET, SOCK_DGRAM, 0);
+  int port = 0;
+  int fd = BindLoopback(SOCK_DGRAM, &port);
   ASSERT_GE(fd, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ASSERT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-  socklen_t length = sizeof address;
-  getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-  Configure("syslog_transport = udp\nsyslog_host = 127.0.0.1\nsyslog_port = " +
-            std::to_string(ntohs(address.sin_port)) + "\n");
+  Configure("syslog_transport = udp\nsyslog_host = 127.0.0.1\nsyslog_port = " + std::to_string(port) + "\n");
   EXPECT_EQ(SystemEventLogF(7, 11, "%s", "hello"), 0);
   pollfd waiting{fd, POLLIN, 0};
   ASSERT_EQ(poll(&waiting, 1, 20000), 1);
@@ -73,16 +84,11 @@ TEST_F(SystemEventLogTest, UdpToALoopbackReceiver) {
 }
 
 TEST_F(SystemEventLogTest, TcpMessagesAreOctetCounted) {
-  int listener = socket(AF_INET, SOCK_STREAM, 0);
+  int port = 0;
+  int listener = BindLoopback(SOCK_STREAM, &port);
   ASSERT_GE(listener, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
   ASSERT_EQ(listen(listener, 1), 0);
-  socklen_t length = sizeof address;
-  getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
-  Configure("syslog_transport = tcp\nsyslog_port = " + std::to_string(ntohs(address.sin_port)) + "\n");
+  Configure("syslog_transport = tcp\nsyslog_port = " + std::to_string(port) + "\n");
   int connection = accept(listener, nullptr, nullptr);
   ASSERT_GE(connection, 0);
   EXPECT_EQ(SystemEventLogF(1, 11, "%s", "one"), 0);

@@ -30,17 +30,15 @@ __attribute__((no_sanitize("address", "thread"))) size_t FirstSpecial(const char
   const __m128i zero = _mm_setzero_si128();
   const __m128i tab = _mm_set1_epi8('\t');
   const __m128i line_feed = _mm_set1_epi8('\n');
-  auto special = [&](const char* at) {
-    __m128i bytes = _mm_load_si128(reinterpret_cast<const __m128i*>(at));
+  unsigned keep = ~0u << (address & 15);  // the first block starts before `text`
+  unsigned mask;
+  for (;; block += 16, keep = ~0u) {
+    __m128i bytes = _mm_load_si128(reinterpret_cast<const __m128i*>(block));
     __m128i hits = _mm_or_si128(_mm_cmpeq_epi8(bytes, zero),
                                 _mm_or_si128(_mm_cmpeq_epi8(bytes, tab), _mm_cmpeq_epi8(bytes, line_feed)));
-    // movemask of the bytes themselves gives the high-bit ones.
-    return static_cast<unsigned>(_mm_movemask_epi8(hits) | _mm_movemask_epi8(bytes));
-  };
-  unsigned mask = special(block) & (~0u << (address & 15));
-  while (mask == 0) {
-    block += 16;
-    mask = special(block);
+    // The movemask of the bytes themselves marks those with the high bit set.
+    mask = static_cast<unsigned>(_mm_movemask_epi8(hits) | _mm_movemask_epi8(bytes)) & keep;
+    if (mask != 0) break;
   }
   return static_cast<size_t>(block + __builtin_ctz(mask) - text);
 }
