@@ -45,6 +45,8 @@ constexpr int kCountShift = 48;
 constexpr uint64_t kMaxCount = 0xFFFF;
 #endif
 constexpr uint64_t kPointerMask = (uint64_t{1} << kCountShift) - 1;
+static_assert(std::atomic<uint64_t>::is_always_lock_free,
+              "the anchor needs a lock-free 64-bit compare-and-swap (cmpxchg8b on 32-bit x86)");
 
 bool Encodable(const LogQueue::Node* node) {
   return (reinterpret_cast<uintptr_t>(node) & ~kPointerMask) == 0;

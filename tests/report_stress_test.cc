@@ -123,6 +123,10 @@ TEST_F(ReportStressTest, EveryRecordOnceAcrossProcessesThreadsAndRollovers) {
 TEST_F(ReportStressTest, KilledWriterLosesOnlyItsPendingBatch) {
   int ready[2];
   ASSERT_EQ(pipe(ready), 0);
+  auto wait_ready = [&ready] {
+    char done;
+    return read(ready[0], &done, 1) == 1;
+  };
   // The victim writes 250 records (two full batches), reports, and waits to die.
   pid_t victim = Spawn([&ready] {
     PushRecords(9, 0, 250);
@@ -131,6 +135,7 @@ TEST_F(ReportStressTest, KilledWriterLosesOnlyItsPendingBatch) {
     (void)ignored;
     pause();
   });
+  ASSERT_TRUE(wait_ready());
   // A second victim dies holding the family's cross-process lock.
   pid_t holder = Spawn([&ready] {
     s_AccessLogFileMutex.lock();
@@ -139,12 +144,7 @@ TEST_F(ReportStressTest, KilledWriterLosesOnlyItsPendingBatch) {
     (void)ignored;
     pause();
   });
-  for (int got = 0; got < 2;) {
-    char done[2];
-    ssize_t n = read(ready[0], done, sizeof done);
-    ASSERT_GT(n, 0);
-    got += static_cast<int>(n);
-  }
+  ASSERT_TRUE(wait_ready());
   std::vector<pid_t> survivors;
   for (int p = 0; p < 2; ++p) {
     survivors.push_back(Spawn([p] {
