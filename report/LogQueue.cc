@@ -117,7 +117,7 @@ LogQueue::~LogQueue() {
 
 bool LogQueue::AnchorIsLockFree() {
   static_assert(sizeof(uintptr_t) <= 8, "the anchor packs a pointer into 64 bits");
-  return std::atomic<uint64_t>().is_lock_free();
+  return std::atomic<uint64_t>::is_always_lock_free;
 }
 
 void LogQueue::SetReportFilePath(std::string path) {

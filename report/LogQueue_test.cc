@@ -5,6 +5,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <regex>
 #include <string>
 #include <vector>
@@ -44,7 +45,11 @@ class LogQueueTest : public bexo_test::TempRootTest {
   std::vector<std::string> messages_;
 };
 
-TEST_F(LogQueueTest, AnchorIsLockFree) { EXPECT_TRUE(LogQueue::AnchorIsLockFree()); }
+TEST_F(LogQueueTest, AnchorIsLockFree) {
+  EXPECT_TRUE(LogQueue::AnchorIsLockFree());
+  std::atomic<uint64_t> word{0};
+  EXPECT_TRUE(word.is_lock_free());
+}
 
 TEST_F(LogQueueTest, HundredthPushWritesTheBatchNewestFirst) {
   std::string expected;
