@@ -2,6 +2,8 @@
 
 #include <string.h>
 
+#include <algorithm>
+
 namespace bexo_report {
 namespace {
 
@@ -16,6 +18,14 @@ char* WriteDigits(unsigned long long value, char* end) {
 
 // Fields are mostly a few bytes long: fixed-size moves beat a memcpy call.
 inline void CopyBytes(char* out, const char* data, size_t length) {
+  if (length > 16 && length <= 32) {
+    char head[16], tail[16];
+    memcpy(head, data, 16);
+    memcpy(tail, data + length - 16, 16);
+    memcpy(out, head, 16);
+    memcpy(out + length - 16, tail, 16);
+    return;
+  }
   if (length <= 16) {
     if (length >= 8) {
       uint64_t head, tail;
@@ -108,8 +118,58 @@ RecordFormat::RecordFormat(const char* format) {
   tail_length_ = static_cast<uint32_t>(literals_.size()) - pending_offset;
 }
 
+char* RecordFormat::FormatUnchecked(char* out, const FormatArg* args) const {
+  const char* literals = literals_.data();
+  char digits[24];
+  char* const digits_end = digits + sizeof digits;
+  for (const Op& op : ops_) {
+    if (op.literal_length == 1) {
+      *out++ = literals[op.literal_offset];
+    } else {
+      CopyBytes(out, literals + op.literal_offset, op.literal_length);
+      out += op.literal_length;
+    }
+    const FormatArg& arg = *args++;
+    const char* first;
+    switch (op.kind) {
+      case FormatArg::kText: {
+        size_t length = std::min<size_t>(arg.text.size(), op.precision);
+        CopyBytes(out, arg.text.data(), length);
+        out += length;
+        continue;
+      }
+      case FormatArg::kInt:
+      case FormatArg::kLongLong: {
+        long long value = static_cast<long long>(arg.number);
+        if (op.kind == FormatArg::kInt) value = static_cast<int>(value);
+        unsigned long long magnitude =
+            value < 0 ? 0ULL - static_cast<unsigned long long>(value) : static_cast<unsigned long long>(value);
+        char* start = WriteDigits(magnitude, digits_end);
+        if (value < 0) *--start = '-';
+        first = start;
+        break;
+      }
+      default:
+        first = WriteDigits(arg.number, digits_end);
+        break;
+    }
+    size_t length = static_cast<size_t>(digits_end - first);
+    CopyBytes(out, first, length);
+    out += length;
+  }
+  CopyBytes(out, literals + tail_offset_, tail_length_);
+  return out + tail_length_;
+}
+
 long RecordFormat::Format(char* out, size_t capacity, const FormatArg* args, size_t count) const {
   if (!valid_ || count != ops_.size()) return -1;
+  // Usually the line fits whatever the numbers are: then write without checks.
+  size_t bound = literals_.size();
+  for (size_t i = 0; i < count; ++i) {
+    if (args[i].kind != ops_[i].kind) return -1;
+    bound += args[i].kind == FormatArg::kText ? std::min<size_t>(args[i].text.size(), ops_[i].precision) : 20;
+  }
+  if (bound <= capacity) return static_cast<long>(FormatUnchecked(out, args) - out);
   Writer writer(out, capacity);
   char digits[24];
   char* const digits_end = digits + sizeof digits;

@@ -38,6 +38,9 @@ class RecordFormat {
   long Format(char* out, size_t capacity, const FormatArg* args, size_t count) const;
 
  private:
+  // Writes a line known to fit; returns its end.
+  char* FormatUnchecked(char* out, const FormatArg* args) const;
+
   // One conversion and the literal text before it (a lone tab, mostly).
   struct Op {
     FormatArg::Kind kind;

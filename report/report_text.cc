@@ -99,16 +99,25 @@ size_t PlainPrefix(const char* text, size_t size) {
   return i;
 }
 
+namespace {
+
+size_t LastSlash(std::string_view text) {
+  const void* found = memrchr(text.data(), '/', text.size());
+  return found ? static_cast<size_t>(static_cast<const char*>(found) - text.data()) : std::string_view::npos;
+}
+
+}  // namespace
+
 std::string_view DomainOf(std::string_view text) {
-  size_t slash = text.rfind('/');
+  size_t slash = LastSlash(text);
   return slash == std::string_view::npos ? text : text.substr(0, slash);
 }
 
 std::string_view FilenameOf(std::string_view path, std::string_view protocol) {
-  size_t slash = path.rfind('/');
+  size_t slash = LastSlash(path);
   if (slash != std::string_view::npos && slash + 1 < path.size()) return path.substr(slash + 1);
   bool ftp = protocol.size() == 3 && strncasecmp(protocol.data(), "FTP", 3) == 0;
-  if (path.find('.') == std::string_view::npos && !ftp) return std::string_view();
+  if (!ftp && memchr(path.data(), '.', path.size()) == nullptr) return std::string_view();
   return path;
 }
 
