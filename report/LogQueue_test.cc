@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <regex>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -173,6 +174,9 @@ struct LockCase {
   const char* lock_file;
   const char* sample_name;
 };
+// Shown in test names instead of the bytes of the case.
+void PrintTo(const LockCase& c, std::ostream* out) { *out << c.lock_file; }
+
 
 class ReportLockTest : public LogQueueTest, public ::testing::WithParamInterface<LockCase> {};
 

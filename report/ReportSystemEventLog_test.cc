@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <regex>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -56,6 +57,9 @@ struct LogTypeCase {
   bool record;
   const char* message;  // expected configuration message, or ""
 };
+// Shown in test names instead of the bytes of the case.
+void PrintTo(const LogTypeCase& c, std::ostream* out) { *out << c.name; }
+
 
 class LogTypeTest : public ReportSystemEventLogTest, public ::testing::WithParamInterface<LogTypeCase> {};
 

@@ -2,6 +2,7 @@
 
 #include <climits>
 #include <regex>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -261,6 +262,9 @@ struct TextCase {
   std::string input;
   std::string expected;
 };
+// Shown in test names instead of the bytes of the case.
+void PrintTo(const TextCase& c, std::ostream* out) { *out << c.name; }
+
 
 class FieldHelperTest : public ::testing::TestWithParam<TextCase> {};
 

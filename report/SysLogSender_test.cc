@@ -1,6 +1,7 @@
 #include "SysLogSender.h"
 
 #include <regex>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -74,6 +75,9 @@ struct AccessEventCase {
   const char* operation;
   const char* event;
 };
+// Shown in test names instead of the bytes of the case.
+void PrintTo(const AccessEventCase& c, std::ostream* out) { *out << c.name; }
+
 
 class AccessEventTest : public SysLogSenderTest, public ::testing::WithParamInterface<AccessEventCase> {};
 

@@ -7,6 +7,7 @@
 
 #include <climits>
 #include <random>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -117,6 +118,9 @@ struct ViolationCase {
   size_t capacity;
   bool with_info;
 };
+// Shown in test names instead of the bytes of the case.
+void PrintTo(const ViolationCase& c, std::ostream* out) { *out << c.name; }
+
 
 class ViolationFormatTest : public ::testing::TestWithParam<ViolationCase> {};
 
