@@ -2,15 +2,14 @@
 // handle without implementation.
 #include "ArmDashboardLog.h"
 
-#include <dirent.h>
 #include <sys/stat.h>
-#include <time.h>
 
 #include <regex>
 #include <string>
 
 #include "Report_Log_Read_Write.h"
 #include "eventlog/ArmDashboardLogImpl.h"
+#include "eventlog/eventlog_test_support.h"
 #include "temp_root.h"
 
 namespace BEXO {
@@ -31,23 +30,18 @@ class ArmDashboardLogTestPeer {
 namespace {
 
 using BEXO::AppControl::ArmDashboardLog;
+using bexo_eventlog_test::DatedFile;
+using bexo_eventlog_test::FilesStartingWith;
 using bexo_test::FileExists;
 using bexo_test::ReadFile;
 using bexo_test::TempRootTest;
 
 constexpr char kPrefix[] = "/var/bexo/log/armdashboard";
 
-// The real path of today's report file of `kind`, or "" when there is none.
+// Today's report file of `kind` in `dir`, or "" when there is none.
 std::string ReportFile(const std::string& dir, const std::string& kind) {
-  std::string found;
-  if (DIR* d = opendir(dir.c_str())) {
-    const std::string start = "report_log." + kind + ".";
-    while (dirent* e = readdir(d)) {
-      if (std::string(e->d_name).rfind(start, 0) == 0) found = dir + "/" + e->d_name;
-    }
-    closedir(d);
-  }
-  return found;
+  auto files = FilesStartingWith(dir, "report_log." + kind + ".");
+  return files.empty() ? "" : files.back();
 }
 
 class ArmDashboardLogTest : public TempRootTest {
@@ -58,14 +52,7 @@ class ArmDashboardLogTest : public TempRootTest {
   }
 
   // The real path of today's first text file of `prefix`.
-  std::string TextFile(const std::string& prefix) const {
-    time_t now = time(nullptr);
-    struct tm local;
-    localtime_r(&now, &local);
-    char suffix[32];
-    strftime(suffix, sizeof suffix, ".%Y.%m.%d.0001", &local);
-    return Path(prefix) + suffix;
-  }
+  std::string TextFile(const std::string& prefix) const { return DatedFile(Path(prefix), 1); }
 };
 
 TEST_F(ArmDashboardLogTest, RecordsGoToTheReportLogExceptInMode2) {

@@ -16,6 +16,8 @@
 #include <unicode/ucnv.h>
 #include <unicode/unistr.h>
 
+#include <optional>
+
 #include "MemoryLogBuffer.h"
 #include "UxLog.h"
 #include "bexo_util.h"
@@ -45,6 +47,33 @@ class ScopedUmask {
 
  private:
   mode_t saved_;
+};
+
+// Both locks of a log, in-process first; says which one could not be taken.
+class BothLocks {
+ public:
+  BothLocks(BEXOMutex& in_process, BEXOFileMutex& cross_process, const std::string& log_name,
+            const char* function)
+      : in_process_(in_process) {
+    if (!in_process_.isLocked()) {
+      UX_LOG(1, kSourceFile, function, "WARNING: Failed to acquire in-proc %s log mutex",
+             log_name.c_str());
+      return;
+    }
+    cross_process_.emplace(cross_process);
+    if (!cross_process_->isLocked()) {
+      UX_LOG(1, kSourceFile, function, "WARNING: Failed to acquire cross-process %s log mutex",
+             log_name.c_str());
+    }
+  }
+  BothLocks(const BothLocks&) = delete;
+  BothLocks& operator=(const BothLocks&) = delete;
+
+  bool held() const { return cross_process_.has_value() && cross_process_->isLocked(); }
+
+ private:
+  BEXOLock in_process_;
+  std::optional<BEXOLock> cross_process_;  // released before in_process_
 };
 
 // "<prefix>.YYYY.MM.DD.NNNN" into at most `size` bytes; true when it fit.
@@ -222,18 +251,8 @@ int BEXOEventLogBase::Refresh(const char* filePrefix, int outputMode, const char
 int BEXOEventLogBase::WriteMemoryLog(const char* text, unsigned int length) {
   if (text == nullptr) return 0;
   if (length == 0) return 1;
-  BEXOLock in_process(in_process_mutex_);
-  if (!in_process.isLocked()) {
-    UX_LOG(1, kSourceFile, "WriteMemoryLog", "WARNING: Failed to acquire in-proc %s log mutex",
-           log_name_.c_str());
-    return 0;
-  }
-  BEXOLock cross_process(file_mutex_);
-  if (!cross_process.isLocked()) {
-    UX_LOG(1, kSourceFile, "WriteMemoryLog",
-           "WARNING: Failed to acquire cross-process %s log mutex", log_name_.c_str());
-    return 0;
-  }
+  BothLocks locks(in_process_mutex_, file_mutex_, log_name_, "WriteMemoryLog");
+  if (!locks.held()) return 0;
 
   if (memory_buffer_ != nullptr) {
     // No line is longer than the buffer can ever hold, so INT_MAX is "too long".
@@ -268,18 +287,8 @@ int BEXOEventLogBase::Flush() {
   }
   if (!use_shared_memory_ || memory_buffer_ == nullptr) return 1;
 
-  BEXOLock in_process(in_process_mutex_);
-  if (!in_process.isLocked()) {
-    UX_LOG(1, kSourceFile, "Flush", "WARNING: Failed to acquire in-proc %s log mutex",
-           log_name_.c_str());
-    return 0;
-  }
-  BEXOLock cross_process(file_mutex_);
-  if (!cross_process.isLocked()) {
-    UX_LOG(1, kSourceFile, "Flush", "WARNING: Failed to acquire cross-process %s log mutex",
-           log_name_.c_str());
-    return 0;
-  }
+  BothLocks locks(in_process_mutex_, file_mutex_, log_name_, "Flush");
+  if (!locks.held()) return 0;
   if (mode == 0) {
     memory_buffer_->clear();  // the log goes to the database only
     return 1;
@@ -305,8 +314,7 @@ void BEXOEventLogBase::LogOpenFailure(const char* function, int error) {
 }
 
 void BEXOEventLogBase::GetOutputFileName(char* buffer, unsigned int size) {
-  BEXOLock in_process(in_process_mutex_);
-  BEXOLock cross_process(file_mutex_);
+  BothLocks locks(in_process_mutex_, file_mutex_, log_name_, "GetOutputFileName");
   OutputFileNameLocked(buffer, size);
 }
 
@@ -337,14 +345,12 @@ int BEXOEventLogBase::OpenOutputFileLocked() {
 }
 
 int BEXOEventLogBase::OpenOutputFileDescriptor() {
-  BEXOLock in_process(in_process_mutex_);
-  BEXOLock cross_process(file_mutex_);
+  BothLocks locks(in_process_mutex_, file_mutex_, log_name_, "OpenOutputFileDescriptor");
   return OpenOutputFileLocked();
 }
 
 FILE* BEXOEventLogBase::OpenOutputFileStream() {
-  BEXOLock in_process(in_process_mutex_);
-  BEXOLock cross_process(file_mutex_);
+  BothLocks locks(in_process_mutex_, file_mutex_, log_name_, "OpenOutputFileStream");
   char name[kNameBufferSize];
   OutputFileNameLocked(name, sizeof name);
   ScopedUmask mask(002);

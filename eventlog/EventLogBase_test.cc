@@ -2,7 +2,6 @@
 // naming and rollover, failures and their messages, the localized timestamp.
 #include "EventLogBase.h"
 
-#include <dirent.h>
 #include <limits.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
@@ -16,10 +15,13 @@
 #include <vector>
 
 #include "UxLog.h"
+#include "eventlog/eventlog_test_support.h"
 #include "temp_root.h"
 
 namespace {
 
+using bexo_eventlog_test::DatedFile;
+using bexo_eventlog_test::FilesStartingWith;
 using bexo_test::FileExists;
 using bexo_test::ReadFile;
 using bexo_test::TempRootTest;
@@ -27,15 +29,6 @@ using bexo_test::WriteFile;
 
 constexpr char kLockPath[] = "/var/bexo/EVENTLOGTEST.LOCK";
 constexpr char kPrefix[] = "/var/bexo/log/events";
-
-std::string Today() {
-  time_t now = time(nullptr);
-  struct tm local;
-  localtime_r(&now, &local);
-  char text[16];
-  strftime(text, sizeof text, "%Y.%m.%d", &local);
-  return text;
-}
 
 class EventLogTest : public TempRootTest {
  protected:
@@ -53,22 +46,7 @@ class EventLogTest : public TempRootTest {
 
   // The real path of today's output file with `counter`.
   std::string OutputFile(int counter, const char* prefix = kPrefix) {
-    char suffix[16];
-    snprintf(suffix, sizeof suffix, ".%04d", counter);
-    return Path(prefix) + "." + Today() + suffix;
-  }
-
-  // The names of the files in `dir` that begin with `start`, sorted.
-  static std::vector<std::string> FilesStartingWith(const std::string& dir, const std::string& start) {
-    std::vector<std::string> names;
-    if (DIR* d = opendir(dir.c_str())) {
-      while (dirent* e = readdir(d)) {
-        if (std::string(e->d_name).rfind(start, 0) == 0) names.push_back(e->d_name);
-      }
-      closedir(d);
-    }
-    std::sort(names.begin(), names.end());
-    return names;
+    return DatedFile(Path(prefix), counter);
   }
 
   bool Logged(const std::string& entry) const {
@@ -138,7 +116,7 @@ TEST_F(EventLogTest, OutputModesDecideWhereLinesAndHistoryGo) {
     SCOPED_TRACE(c.mode);
     const std::string prefix = "/var/bexo/log/mode" + std::to_string(c.mode);
     for (const auto& old : FilesStartingWith(Path("/etc/kvelo/log"), "report_log.")) {
-      std::filesystem::remove(Path("/etc/kvelo/log/") + old);
+      std::filesystem::remove(old);
     }
     BEXOEventLogBase log(kLockPath, "test");
     ASSERT_EQ(log.Initialize(true, 0, prefix.c_str(), c.mode, "en", true, 1 << 30), 0);
@@ -225,7 +203,7 @@ TEST_F(EventLogTest, OutputFileNameIsBoundedByTheBuffer) {
   ASSERT_EQ(log.Initialize(true, 0, "relative/events", 2, "en", false, 1 << 30), 0);
   char name[64];
   log.GetOutputFileName(name, sizeof name);
-  EXPECT_EQ(std::string(name), "relative/events." + Today() + ".0001");
+  EXPECT_EQ(std::string(name), DatedFile("relative/events", 1));
   memset(name, '#', sizeof name);
   log.GetOutputFileName(name, 10);  // at most 8 characters on the first try
   EXPECT_EQ(std::string(name), "relative");

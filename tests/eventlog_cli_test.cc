@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "eventlog/eventlog_test_support.h"
 #include "temp_root.h"
 
 namespace {
@@ -25,14 +26,7 @@ class EventLogCliTest : public bexo_test::TempRootTest {
 
   // The real path of today's file `counter` of the product path `prefix`.
   std::string Dated(const std::string& prefix, int counter) const {
-    time_t now = time(nullptr);
-    struct tm local;
-    localtime_r(&now, &local);
-    char suffix[32];
-    strftime(suffix, sizeof suffix, ".%Y.%m.%d.", &local);
-    char number[8];
-    snprintf(number, sizeof number, "%04d", counter);
-    return Path(prefix) + suffix + number;
+    return bexo_eventlog_test::DatedFile(Path(prefix), counter);
   }
 
   // One line of "bexo eventlog files": marker, size right-aligned, path.

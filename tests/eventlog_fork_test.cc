@@ -1,7 +1,6 @@
 // One event log shared by a daemon and the workers it forks: every line that
 // any thread of any worker wrote is in today's files exactly once and in each
 // writer's order, and the files roll over at the maximum size.
-#include <dirent.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
@@ -15,6 +14,7 @@
 #include <vector>
 
 #include "EventLogBase.h"
+#include "eventlog/eventlog_test_support.h"
 #include "temp_root.h"
 
 namespace {
@@ -72,21 +72,10 @@ class EventLogForkTest : public TempRootTest {
 
   // Today's output files, in counter order.
   std::vector<std::string> TodaysFiles() const {
-    time_t now = time(nullptr);
-    struct tm local;
-    localtime_r(&now, &local);
-    char date[32];
-    strftime(date, sizeof date, "access_log.%Y.%m.%d.", &local);
-    std::vector<std::string> names;
-    const std::string dir = Path("/var/bexo/log");
-    if (DIR* d = opendir(dir.c_str())) {
-      while (dirent* e = readdir(d)) {
-        if (std::string(e->d_name).rfind(date, 0) == 0) names.push_back(dir + "/" + e->d_name);
-      }
-      closedir(d);
-    }
-    std::sort(names.begin(), names.end());
-    return names;
+    std::string first = bexo_eventlog_test::DatedFile(Path(kPrefix), 1);
+    size_t slash = first.rfind('/');
+    return bexo_eventlog_test::FilesStartingWith(first.substr(0, slash),
+                                                 first.substr(slash + 1, first.size() - slash - 5));
   }
 };
 
