@@ -337,9 +337,20 @@ void BEXOEventLogBase::OutputFileNameLocked(char* buffer, unsigned int size) {
   }
 }
 
+bool BEXOEventLogBase::OutputFileNameForOpenLocked(char* name, unsigned int size) {
+  // Without a prefix (no Initialize yet) the name would fall in the working
+  // directory of whichever process writes first.
+  if (file_prefix_.empty()) {
+    errno = EINVAL;
+    return false;
+  }
+  OutputFileNameLocked(name, size);
+  return true;
+}
+
 int BEXOEventLogBase::OpenOutputFileLocked() {
   char name[kNameBufferSize];
-  OutputFileNameLocked(name, sizeof name);
+  if (!OutputFileNameForOpenLocked(name, sizeof name)) return -1;
   ScopedUmask mask(002);
   return open(name, O_WRONLY | O_CREAT | O_APPEND | O_SYNC | O_CLOEXEC, 0644);
 }
@@ -352,7 +363,7 @@ int BEXOEventLogBase::OpenOutputFileDescriptor() {
 FILE* BEXOEventLogBase::OpenOutputFileStream() {
   BothLocks locks(in_process_mutex_, file_mutex_, log_name_, "OpenOutputFileStream");
   char name[kNameBufferSize];
-  OutputFileNameLocked(name, sizeof name);
+  if (!OutputFileNameForOpenLocked(name, sizeof name)) return nullptr;
   ScopedUmask mask(002);
   return fopen(name, "a+e");
 }

@@ -271,6 +271,21 @@ TEST_F(EventLogTest, FailuresAreLoggedAndReported) {
   EXPECT_EQ(Write(direct, "x\n"), 0);
 }
 
+// Before Initialize there is no file to write to: nothing lands in the
+// working directory.
+TEST_F(EventLogTest, LogWithoutPrefixWritesNoFile) {
+  char saved[4096];
+  ASSERT_NE(getcwd(saved, sizeof saved), nullptr);
+  ASSERT_EQ(chdir(root().c_str()), 0);
+  BEXOEventLogBase log(kLockPath, "test");
+  EXPECT_EQ(Write(log, "x\n"), 0);
+  EXPECT_TRUE(Logged("WriteMemoryLog|ERROR: Failed to open  [22:Invalid argument]"));
+  EXPECT_EQ(log.Flush(), 1);  // no buffer yet: nothing to do
+  EXPECT_EQ(log.OpenOutputFileStream(), nullptr);
+  EXPECT_TRUE(FilesStartingWith(root(), ".").size() == 2u);  // "." and ".." only
+  ASSERT_EQ(chdir(saved), 0);
+}
+
 // The timestamp follows the configured zone: the hour shown is the zone's.
 TEST_F(EventLogTest, LocalizedTimestampUsesTheConfiguredTimeZone) {
   struct Case {

@@ -96,6 +96,8 @@ class BEXO_EXPORT BEXOEventLogBase {
 
   // Bodies of the public operations; the caller holds both mutexes.
   void OutputFileNameLocked(char* buffer, unsigned int size);
+  // The name to open; false (errno EINVAL) while there is no file prefix.
+  bool OutputFileNameForOpenLocked(char* name, unsigned int size);
   int OpenOutputFileLocked();
   // Opens the output file, dumps the buffer into it and closes it; the dump's
   // result, or -1 (logged) when the file cannot be opened.
