@@ -69,6 +69,7 @@ class BEXO_EXPORT LogQueue {
  private:
   friend struct LogQueueForkReset;
   void DropPendingAfterFork();
+  void RollOver(const std::string& name, std::string roll_suffix);
 
   std::string report_file_path_;
   BEXOMutex queue_mutex_;

@@ -189,6 +189,7 @@ int Send(int event_id, int severity, const char* text, size_t text_length) {
   if (!state.initialized) InitializeLocked(state);
   char message[kMaxMessage];
   size_t length = FormatHeader(state, event_id, severity, message, sizeof message);
+  if (text_length == 0 && length > 0) --length;  // no text: no separating blank either
   size_t room = sizeof message - length;
   if (text_length > room) text_length = room;
   memcpy(message + length, text, text_length);

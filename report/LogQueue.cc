@@ -231,15 +231,32 @@ int LogQueue::WriteLog(const char* data, int length) {
   struct stat st;
   int stat_rc = fstat(fd, &st);
   close(fd);
-  if (stat_rc == 0 && st.st_size >= s_rolloverBytes) {
-    std::string rolled = name + roll_suffix;
-    if (rename(name.c_str(), rolled.c_str()) != 0) {
-      int err = errno;
+  if (stat_rc == 0 && st.st_size >= s_rolloverBytes) RollOver(name, roll_suffix);
+  return 0;
+}
+
+void LogQueue::RollOver(const std::string& name, std::string roll_suffix) {
+  // Two rollovers within one millisecond would give the same name, and a plain
+  // rename would replace the earlier file unread. The file mutex is held, so
+  // waiting for the next millisecond's name is safe.
+  std::string rolled = name + roll_suffix;
+  for (int attempt = 0;; ++attempt) {
+    int rc = renameat2(AT_FDCWD, name.c_str(), AT_FDCWD, rolled.c_str(), RENAME_NOREPLACE);
+    int err = rc == 0 ? 0 : errno;
+    if (rc != 0 && (err == EINVAL || err == ENOSYS)) {  // a file system without no-replace renames
+      rc = rename(name.c_str(), rolled.c_str());
+      err = rc == 0 ? 0 : errno;
+    }
+    if (rc == 0) return;
+    if (err != EEXIST || attempt == 100) {
       UX_LOG(1, kLogSource, "WriteLog", "Report log rollover failed, rename(%s, %s) failed with [%d:%s]",
              name.c_str(), rolled.c_str(), err, ErrorText(err));
+      return;
     }
+    usleep(200);
+    GetLogFileName(roll_suffix);
+    rolled = name + roll_suffix;
   }
-  return 0;
 }
 
 BEXONamedMutex& GetReportFileMutex(const std::string& file_name) {

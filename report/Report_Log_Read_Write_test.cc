@@ -1,0 +1,294 @@
+#include "Report_Log_Read_Write.h"
+
+#include <climits>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "report_files.h"
+#include "temp_root.h"
+
+namespace {
+
+using bexo_test::ReadFamily;
+using bexo_test::SplitFields;
+using bexo_test::SplitLines;
+
+const std::regex kDatePattern(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d[+-]\d{4})");
+
+class ReportWriterTest : public bexo_test::TempRootTest {
+ protected:
+  void SetUp() override {
+    TempRootTest::SetUp();
+    LogQueue::s_rolloverBytes = 104857600;
+    Report_Log_Read_Write::RefreshConfig();  // paths of this test's root
+  }
+
+  // The lines of one record kind, after a flush, with the date field at
+  // `date_field` checked and replaced by "DATE".
+  std::vector<std::string> Lines(const std::string& kind, int date_field) {
+    EXPECT_EQ(Report_Log_Read_Write::FlushLog(), 0);
+    std::vector<std::string> lines = SplitLines(ReadFamily(Path("/etc/kvelo/log"), "report_log." + kind + "."));
+    for (std::string& line : lines) {
+      std::vector<std::string> fields = SplitFields(line);
+      if (date_field < 0 || static_cast<size_t>(date_field) >= fields.size()) continue;
+      EXPECT_TRUE(std::regex_match(fields[date_field], kDatePattern)) << fields[date_field];
+      fields[date_field] = "DATE";
+      line.clear();
+      for (size_t i = 0; i < fields.size(); ++i) line += (i ? "\t" : "") + fields[i];
+    }
+    return lines;
+  }
+  std::string OnlyLine(const std::string& kind, int date_field) {
+    std::vector<std::string> lines = Lines(kind, date_field);
+    EXPECT_EQ(lines.size(), 1u);
+    return lines.empty() ? "" : lines[0] + "\n";
+  }
+
+  Report_Log_Read_Write writer_;
+};
+
+TEST_F(ReportWriterTest, AccessRecord) {
+  ASSERT_EQ(writer_.WriteAccessLog("alice", "http", "www.example.com", 8080, "/dir/page.html?q=1", 12345,
+                                   "text/html", "proxy1", "10.0.0.1", "93.184.216.34", "GET", "uid-7", 42, 3, 2500,
+                                   "News & <Media>", "extra\tvalue"),
+            0);
+  EXPECT_EQ(OnlyLine("access", 3),
+            "alice\thttp://www.example.com:8080/dir/page.html?q=1\t12345\tDATE\thttp\ttext/html\tproxy1\t"
+            "10.0.0.1\t93.184.216.34\twww.example.com\t/dir/page.html\tpage.html?q=1\tGET\tuid-7\t42\t3\t2\t"
+            "2500\tNews &amp; &lt;Media&gt;\textra value\n");
+}
+
+TEST_F(ReportWriterTest, AccessRecordDefaultsForMissingArguments) {
+  ASSERT_EQ(writer_.WriteAccessLog(nullptr, "http", "h", 0, nullptr, 0, nullptr, nullptr, nullptr, nullptr,
+                                   nullptr, nullptr, 0, 0, 999, nullptr, nullptr),
+            0);
+  ASSERT_EQ(writer_.WriteAccessLog("", "ftp", "files/pub", 0, "readme", -1, "", "", "", "", "RETR", "", -5, 0, 0,
+                                   "", ""),
+            0);
+  std::vector<std::string> lines = Lines("access", 3);
+  ASSERT_EQ(lines.size(), 2u);
+  // Newest first within a batch.
+  EXPECT_EQ(lines[0], "Unknown\tftp://files/pub/readme\t-1\tDATE\tftp\t\t\t\t\tfiles\treadme\treadme\tRETR\t\t-5\t0\t0\t0\t\t");
+  EXPECT_EQ(lines[1], "Unknown\thttp://h/\t0\tDATE\thttp\t\t\t\t\th\t/\t\t\t\t0\t0\t0\t999\t\t");
+}
+
+TEST_F(ReportWriterTest, TextArgumentsAreScrubbed) {
+  writer_.WritePerformanceLog("srv\tone\ntwo", "caf\xc3\xa9", "caf\xc3\xa9 \xff");
+  EXPECT_EQ(OnlyLine("performance", 1), "srv one two\tDATE\tcaf\xc3\xa9\tcaf%C3%A9 %FF\n");
+}
+
+TEST_F(ReportWriterTest, LongUrlIsCutAtACharacterBoundaryAndLosesTrailingBackslashes) {
+  // "http://h/" is 9 bytes; the path makes byte 1023 fall inside "é".
+  std::string path = std::string(1011, 'a') + "\\\\" + "\xc3\xa9" + std::string(40, 'b');
+  writer_.WriteBlockingLog("u", "http", "h", 0, path.c_str(), "", "", "", 0, "", "", "", 0);
+  std::vector<std::string> fields = SplitFields(Lines("violation", 1).at(0));
+  EXPECT_EQ(fields[3], "http://h/" + std::string(1011, 'a'));
+}
+
+TEST_F(ReportWriterTest, VirusRecord) {
+  ASSERT_EQ(writer_.WriteVirusLog("bob", "https", "evil.example", 0, "/x/payload.exe", nullptr, "payload.exe",
+                                  "quarantined", "realtime", "av", "rule <1>", 17, nullptr, "Malware & Co", "u9", 1),
+            0);
+  EXPECT_EQ(OnlyLine("violation", 1),
+            "bob\tDATE\thttps\thttps://evil.example/x/payload.exe\tvirus\tpayload.exe\tpayload.exe\tquarantined\t"
+            "realtime\tav\trule &lt;1&gt;\t17\tUnknown\tMalware &amp; Co\tu9\t1\n");
+}
+
+TEST_F(ReportWriterTest, BlockingRecordLeavesVirusFieldsEmpty) {
+  writer_.WriteBlockingLog("carol", "http", "ads.example", 0, "banner.gif", "url filter", "policy", "Ads", 5,
+                           "staff", "Advertising", "u1", 0);
+  EXPECT_EQ(OnlyLine("violation", 1),
+            "carol\tDATE\thttp\thttp://ads.example/banner.gif\t\tbanner.gif\t\t\turl filter\tpolicy\tAds\t5\t"
+            "staff\tAdvertising\tu1\t0\n");
+}
+
+TEST_F(ReportWriterTest, WithAccessInfoVariantsAppendTheAccessFields) {
+  report_access_info info;
+  info.size = 5000000000LL;
+  info.text1 = "text/html";
+  info.text2 = "10.0.0.2";
+  info.text3 = "1.2.3.4";
+  info.text5 = "POST";
+  info.number1 = 7;
+  info.number2 = -8;
+  info.number3 = 9;
+  writer_.WriteBlockingLogWithAccessInfo("d", "http", "a<b/c", 0, "/p", "s", "b", "r", 1, "g", "c", "u", info);
+  EXPECT_EQ(OnlyLine("violation", 1),
+            "d\tDATE\thttp\thttp://a&lt;b/c/p\t\tp\t\t\ts\tb\tr\t1\tg\tc\tu\t5000000000\ttext/html\t10.0.0.2\t"
+            "1.2.3.4\ta&lt;b\tPOST\t7\t-8\t9\n");
+}
+
+TEST_F(ReportWriterTest, BotAndDlpRecordsUseTheirFixedFields) {
+  bot_log_entry bot;
+  bot.user = "eve";
+  bot.protocol = "http";
+  bot.host = "c2.example";
+  bot.path = "/beacon";
+  bot.entity_name = "Botnet.X";
+  bot.action = "block";
+  bot.scan_type = "bot scan";
+  bot.rule_name = "bots";
+  bot.group_name = "lab";
+  bot.uid = "u5";
+  bot.filter_action = 1;
+  writer_.WriteBotDetectionLog(bot);
+  EXPECT_EQ(OnlyLine("violation", 1),
+            "eve\tDATE\thttp\thttp://c2.example/beacon\tbot\t\tBotnet.X\tblock\tbot scan\t\tbots\t0\tlab\t"
+            "bot detection\tu5\t1\n");
+  writer_.WriteDLPLog("frank", "https", "drop.example", 443, "/upload", "card number", "cards.xlsx", "cards.xlsx",
+                      "block", "dlp", "PCI", "fin", "u6", 0);
+  std::vector<std::string> lines = Lines("violation", 1);
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[1],
+            "frank\tDATE\thttps\thttps://drop.example:443/upload\tcard number\tcards.xlsx\tcards.xlsx\tblock\tdlp\t"
+            "\tPCI\t0\tfin\tdlp filter\tu6\t0");
+}
+
+TEST_F(ReportWriterTest, ContactAlertRecord) {
+  writer_.WriteRkdxLog("gina", "dns", "cb.example/x", 0, "/q", "laptop-3", "Callback", "", "10.1.1.1", "6.6.6.6",
+                       53, 2, 4, "u7", 1);
+  EXPECT_EQ(OnlyLine("rkdx", 1),
+            "gina\tDATE\tdns\tdns://cb.example/x/q\tcb.example\tlaptop-3\tCallback\tUnknown\t10.1.1.1\t6.6.6.6\t53\t"
+            "2\t4\tu7\t1\n");
+}
+
+TEST_F(ReportWriterTest, CleanupRecord) {
+  kls_cleanuplog_entry entry;
+  entry.uid = "u8";
+  entry.entity_name = "trojan.exe";
+  entry.entity_type = "file";
+  entry.entity_subtype = "pe";
+  entry.function_code = "DELETE";
+  writer_.WriteKLSCleanUpLog(entry);
+  EXPECT_EQ(OnlyLine("cleanup", 2), "u8\tUnknown\tDATE\ttrojan.exe\tfile\tpe\tDELETE\n");
+}
+
+TEST_F(ReportWriterTest, SystemEventRecordKeepsTheLowFourBitsOfTheLevel) {
+  writer_.WriteSystemEventLog(18, "gw1", "proxy", "started");
+  EXPECT_EQ(OnlyLine("systemevent", 1), "gw1\tDATE\t2\tproxy\tstarted\n");
+}
+
+TEST_F(ReportWriterTest, ApplicationRecord) {
+  time_t when = 1700000000;
+  writer_.WriteAppLog(nullptr, "10.0.0.3", "Skype", -1, 2, 4000000000u, 4, 1LL << 40, -2, when, "rule");
+  std::string expected = "Unknown\tDATE\t10.0.0.3\tSkype\t-1\t2\t4000000000\t4\t1099511627776\t-2\t" +
+                         Report_Log_Read_Write::getDate(when) + "\trule\n";
+  EXPECT_EQ(OnlyLine("app", 1), expected);
+}
+
+TEST_F(ReportWriterTest, DashboardRecordIsWrittenAtOnce) {
+  EXPECT_EQ(writer_.WriteAppArmDashboardLog(3000000000u, -5, 18446744073709551615ULL), 1);
+  std::string content = ReadFamily(Path("/etc/kvelo/log"), "report_log.apparmdashboard.");
+  std::vector<std::string> fields = SplitFields(content);
+  ASSERT_EQ(fields.size(), 4u);
+  EXPECT_TRUE(std::regex_match(fields[0], kDatePattern));
+  EXPECT_EQ(fields[1] + "\t" + fields[2] + "\t" + fields[3], "-1294967296\t-5\t18446744073709551615\n");
+}
+
+TEST_F(ReportWriterTest, LineReachingTheBufferSizeIsDropped) {
+  kls_cleanuplog_entry entry;
+  std::string code(2048, 'x');
+  entry.function_code = code.c_str();
+  EXPECT_EQ(writer_.WriteKLSCleanUpLog(entry), -1);
+  EXPECT_TRUE(Lines("cleanup", -1).empty());
+  // The widths bound an access line to 6124 bytes and a line feed, below its 6144-byte buffer.
+  std::string wide(2000, 'w');
+  std::string path = "/" + wide;
+  const char* w = wide.c_str();
+  EXPECT_EQ(writer_.WriteAccessLog(w, w, w, 0, path.c_str(), LLONG_MIN, w, w, w, w, w, w, INT_MIN, INT_MIN,
+                                   INT_MIN, w, w),
+            0);
+  std::vector<std::string> lines = Lines("access", -1);
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0].size(), 6124u);
+  // A virus line can reach 5162 bytes: over its 5000-byte buffer, it is lost.
+  EXPECT_EQ(writer_.WriteVirusLog(w, w, w, 0, path.c_str(), w, w, w, w, w, w, INT_MIN, w, w, w, INT_MIN), -1);
+  EXPECT_TRUE(Lines("violation", -1).empty());
+}
+
+TEST_F(ReportWriterTest, ConfigurationPlacesTheFiles) {
+  bexo_test::WriteFile(Path("/etc/kvelo/morvane.ini"),
+                       "[Common]\nreport_logdir = /var/bexo/reports\nreport_log = rpt\n"
+                       "report_log_rollover_bytes = 4096\n");
+  EXPECT_EQ(Report_Log_Read_Write::RefreshConfig(), 1);
+  EXPECT_EQ(LogQueue::s_rolloverBytes, 4096);
+  writer_.WriteSystemEventLog(1, "s", "src", "d");
+  EXPECT_EQ(Report_Log_Read_Write::FlushLog(), 0);
+  EXPECT_EQ(bexo_test::ListFiles(Path("/var/bexo/reports"), "rpt.systemevent.").size(), 1u);
+
+  bexo_test::WriteFile(Path("/etc/kvelo/morvane.ini"), "[Common]\nreport_log_rollover_bytes = 0\n");
+  Report_Log_Read_Write::RefreshConfig();
+  EXPECT_EQ(LogQueue::s_rolloverBytes, 4096) << "0 keeps the current threshold";
+}
+
+struct TextCase {
+  const char* name;
+  std::string (*function)(const char*);
+  std::string input;
+  std::string expected;
+};
+
+class FieldHelperTest : public ::testing::TestWithParam<TextCase> {};
+
+TEST_P(FieldHelperTest, Transforms) {
+  EXPECT_EQ(GetParam().function(GetParam().input.c_str()), GetParam().expected);
+}
+
+std::string Path(const char* text) { return Report_Log_Read_Write::getPath(text); }
+std::string Domain(const char* text) { return Report_Log_Read_Write::getDomain(text); }
+std::string Escape(const char* text) { return Report_Log_Read_Write::descriptify(text); }
+std::string Cut(const char* text) { return Report_Log_Read_Write::cutInvalidUTF8(text); }
+std::string Strip(const char* text) {
+  std::string out;
+  Descriptify(text, out, true);
+  return out;
+}
+std::string Scrubbed(const char* text) { return BEXOScrubbedString(text).str(); }
+std::string HttpFile(const char* text) { return Report_Log_Read_Write::getFilename(text, "http"); }
+std::string FtpFile(const char* text) { return Report_Log_Read_Write::getFilename(text, "Ftp"); }
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, FieldHelperTest,
+    ::testing::Values(
+        TextCase{"EscapeKeepsEntities", Escape, "a<b&amp;c", "a&lt;b&amp;c"},
+        TextCase{"EscapeBareAmpersandAndCarriageReturn", Escape, "x & y\r\n>", "x &amp; y\n&gt;"},
+        TextCase{"EscapeKeepsDecimalReferences", Escape, "&#60;&#6x&lt;&gt;&a", "&#60;&amp;#6x&lt;&gt;&amp;a"},
+        TextCase{"EscapeAmpersandAtTheEnd", Escape, "a&am", "a&amp;am"},
+        TextCase{"StripDropsBracketsAndEncodedBrackets", Strip, "a<b>%3cx%3E&y%3d&#60;", "abxy%3d#60;"},
+        TextCase{"StripKeepsKnownEntities", Strip, "&lt;&gt;\r&amp;", "&lt;&gt;&amp;"},
+        TextCase{"PathCutAtQuery", Path, "/a<b?c=<d>", "/a&lt;b"},
+        TextCase{"PathEmptyBeforeQuery", Path, "?x=1", "/"},
+        TextCase{"PathEmpty", Path, "", "/"},
+        TextCase{"DomainBeforeLastSlash", Domain, "host/a/b", "host/a"},
+        TextCase{"DomainWithoutSlash", Domain, "host", "host"},
+        TextCase{"FileAfterLastSlash", HttpFile, "/a/b.txt", "b.txt"},
+        TextCase{"FileOfDirectoryWithDot", HttpFile, "/a.b/", "/a.b/"},
+        TextCase{"FileOfDirectoryWithoutDot", HttpFile, "/a/", ""},
+        TextCase{"FileOfFtpDirectory", FtpFile, "/pub/", "/pub/"},
+        TextCase{"CutShortTextUnchanged", Cut, std::string(1021, 'a') + "\\", std::string(1021, 'a') + "\\"},
+        TextCase{"CutTextOfTheLimitLength", Cut, std::string(1022, 'a') + "\\", std::string(1022, 'a')},
+        TextCase{"CutAtLimitDropsTrailingBackslashes", Cut, std::string(1020, 'a') + "\\\\\\", std::string(1020, 'a')},
+        TextCase{"CutBeforeSplitCharacter", Cut, std::string(1021, 'a') + "\xe2\x82\xac" + "zz",
+                 std::string(1021, 'a')},
+        TextCase{"CutAfterWholeCharacter", Cut, std::string(1020, 'a') + "\xe2\x82\xac" + "zz",
+                 std::string(1020, 'a') + "\xe2\x82\xac"},
+        TextCase{"ScrubTabsAndLineFeeds", Scrubbed, "a\tb\nc", "a b c"},
+        TextCase{"ScrubKeepsValidUtf8", Scrubbed, "\xe6\x97\xa5\xe6\x9c\xac", "\xe6\x97\xa5\xe6\x9c\xac"},
+        TextCase{"ScrubEncodesEveryHighByteOfInvalidText", Scrubbed, "\xe6\x97\xa5\xc3", "%E6%97%A5%C3"}),
+    [](const ::testing::TestParamInfo<TextCase>& param) { return std::string(param.param.name); });
+
+TEST(FieldHelperTest, Defaults) {
+  EXPECT_STREQ(Report_Log_Read_Write::getUser(nullptr), "Unknown");
+  EXPECT_STREQ(Report_Log_Read_Write::getGroup(""), "Unknown");
+  EXPECT_STREQ(Report_Log_Read_Write::getHost("h"), "h");
+  EXPECT_STREQ(Report_Log_Read_Write::getMaliciousEntity(nullptr), "virus");
+  EXPECT_EQ(BEXOScrubbedString(nullptr).str(), "");
+  EXPECT_EQ(Report_Log_Read_Write::getUrl("http", "h", 0, nullptr), "http://h");
+  EXPECT_EQ(Report_Log_Read_Write::getUrl("http", "::1", 8080, "/x"), "http://[::1]:8080/x");
+  EXPECT_EQ(Report_Log_Read_Write::getUrl("http", "h", 0, "x").size(), 10u);
+  std::string long_path(3000, 'p');
+  EXPECT_EQ(Report_Log_Read_Write::getUrl("http", "h", 0, long_path.c_str()).size(), 1023u);
+}
+
+}  // namespace
