@@ -119,6 +119,39 @@ TEST_F(ReportWriterTest, WithAccessInfoVariantsAppendTheAccessFields) {
             "1.2.3.4\ta&lt;b\tPOST\t7\t-8\t9\n");
 }
 
+TEST_F(ReportWriterTest, EveryWithAccessInfoVariantEndsWithTheSameAccessFields) {
+  report_access_info info;
+  info.size = 12;
+  info.text1 = "t1";
+  info.text2 = "t2";
+  info.text3 = "t3";
+  info.text5 = "t5";
+  info.number1 = 1;
+  info.number2 = 2;
+  info.number3 = 3;
+  bot_log_entry bot;
+  bot.host = "b.example/x";
+  writer_.WriteVirusLogWithAccessInfo("u", "http", "v.example", 0, "/", "Spy", "e", "a", "s", "b", "r", 4, "g", "c",
+                                      "id", info);
+  writer_.WriteBotDetectionLogWithAccessInfo(bot, info);
+  writer_.WriteDLPLogWithAccessInfo("u", "http", "d.example", 0, "/", "m", "f", "e", "a", "s", "r", "g", "id", info);
+  std::vector<std::string> lines = Lines("violation", 1);
+  ASSERT_EQ(lines.size(), 3u);
+  // Newest first: DLP, bot, virus.
+  const char* expected_domains[] = {"d.example", "b.example", "v.example"};
+  const char* expected_category[] = {"dlp filter", "bot detection", "c"};
+  for (size_t i = 0; i < 3; ++i) {
+    std::vector<std::string> fields = SplitFields(lines[i]);
+    ASSERT_EQ(fields.size(), 24u) << lines[i];
+    EXPECT_EQ(fields[13], expected_category[i]);
+    std::string tail;
+    for (size_t f = 15; f < 24; ++f) tail += fields[f] + (f < 23 ? "|" : "");
+    EXPECT_EQ(tail, std::string("12|t1|t2|t3|") + expected_domains[i] + "|t5|1|2|3");
+  }
+  EXPECT_EQ(SplitFields(lines[2])[4], "Spy");
+  EXPECT_EQ(SplitFields(lines[1])[4], "bot");
+}
+
 TEST_F(ReportWriterTest, BotAndDlpRecordsUseTheirFixedFields) {
   bot_log_entry bot;
   bot.user = "eve";

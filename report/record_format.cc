@@ -14,13 +14,38 @@ char* WriteDigits(unsigned long long value, char* end) {
   return end;
 }
 
+// Fields are mostly a few bytes long: fixed-size moves beat a memcpy call.
+inline void CopyBytes(char* out, const char* data, size_t length) {
+  if (length <= 16) {
+    if (length >= 8) {
+      uint64_t head, tail;
+      memcpy(&head, data, 8);
+      memcpy(&tail, data + length - 8, 8);
+      memcpy(out, &head, 8);
+      memcpy(out + length - 8, &tail, 8);
+    } else if (length >= 4) {
+      uint32_t head, tail;
+      memcpy(&head, data, 4);
+      memcpy(&tail, data + length - 4, 4);
+      memcpy(out, &head, 4);
+      memcpy(out + length - 4, &tail, 4);
+    } else {
+      if (length > 0) out[0] = data[0];
+      if (length > 1) out[1] = data[1];
+      if (length > 2) out[2] = data[2];
+    }
+    return;
+  }
+  memcpy(out, data, length);
+}
+
 class Writer {
  public:
   Writer(char* out, size_t capacity) : out_(out), capacity_(capacity) {}
 
   void Put(const char* data, size_t length) {
     if (length_ + length <= capacity_) {
-      memcpy(out_ + length_, data, length);
+      CopyBytes(out_ + length_, data, length);
     } else if (length_ < capacity_) {
       memcpy(out_ + length_, data, capacity_ - length_);
     }
@@ -37,13 +62,8 @@ class Writer {
 }  // namespace
 
 RecordFormat::RecordFormat(const char* format) {
+  uint32_t pending_offset = 0;  // literal text not yet attached to a conversion
   auto add_literal = [this](const char* text, size_t length) {
-    if (!ops_.empty() && ops_.back().literal) {
-      ops_.back().length += static_cast<uint32_t>(length);
-    } else {
-      ops_.push_back(Op{FormatArg::kText, true, static_cast<uint32_t>(literals_.size()),
-                        static_cast<uint32_t>(length), 0});
-    }
     literals_.insert(literals_.end(), text, text + length);
   };
   for (const char* p = format; *p != '\0';) {
@@ -66,11 +86,11 @@ RecordFormat::RecordFormat(const char* format) {
       for (++p; *p >= '0' && *p <= '9'; ++p) precision = precision * 10 + static_cast<uint32_t>(*p - '0');
     }
     FormatArg::Kind kind;
-    if (strncmp(p, "s", 1) == 0) {
+    if (*p == 's') {
       kind = FormatArg::kText, p += 1;
-    } else if (strncmp(p, "d", 1) == 0) {
+    } else if (*p == 'd') {
       kind = FormatArg::kInt, p += 1;
-    } else if (strncmp(p, "u", 1) == 0) {
+    } else if (*p == 'u') {
       kind = FormatArg::kUnsigned, p += 1;
     } else if (strncmp(p, "lld", 3) == 0) {
       kind = FormatArg::kLongLong, p += 3;
@@ -80,33 +100,34 @@ RecordFormat::RecordFormat(const char* format) {
       valid_ = false;  // outside the dialect: Format refuses every call
       return;
     }
-    ops_.push_back(Op{kind, false, 0, 0, precision});
+    uint32_t end = static_cast<uint32_t>(literals_.size());
+    ops_.push_back(Op{kind, pending_offset, end - pending_offset, precision});
+    pending_offset = end;
   }
+  tail_offset_ = pending_offset;
+  tail_length_ = static_cast<uint32_t>(literals_.size()) - pending_offset;
 }
 
 long RecordFormat::Format(char* out, size_t capacity, const FormatArg* args, size_t count) const {
+  if (!valid_ || count != ops_.size()) return -1;
   Writer writer(out, capacity);
-  size_t next = 0;
   char digits[24];
   char* const digits_end = digits + sizeof digits;
-  if (!valid_) return -1;
+  const char* literals = literals_.data();
+  const FormatArg* arg = args;
   for (const Op& op : ops_) {
-    if (op.literal) {
-      writer.Put(literals_.data() + op.offset, op.length);
-      continue;
-    }
-    if (next >= count || args[next].kind != op.kind) return -1;
-    const FormatArg& arg = args[next++];
+    if (arg->kind != op.kind) return -1;
+    writer.Put(literals + op.literal_offset, op.literal_length);
     switch (op.kind) {
       case FormatArg::kText: {
-        size_t length = arg.text.size();
+        size_t length = arg->text.size();
         if (length > op.precision) length = op.precision;
-        writer.Put(arg.text.data(), length);
+        writer.Put(arg->text.data(), length);
         break;
       }
       case FormatArg::kInt:
       case FormatArg::kLongLong: {
-        long long value = static_cast<long long>(arg.number);
+        long long value = static_cast<long long>(arg->number);
         if (op.kind == FormatArg::kInt) value = static_cast<int>(value);
         unsigned long long magnitude =
             value < 0 ? 0ULL - static_cast<unsigned long long>(value) : static_cast<unsigned long long>(value);
@@ -117,13 +138,14 @@ long RecordFormat::Format(char* out, size_t capacity, const FormatArg* args, siz
       }
       case FormatArg::kUnsigned:
       case FormatArg::kUnsignedLongLong: {
-        char* first = WriteDigits(arg.number, digits_end);
+        char* first = WriteDigits(arg->number, digits_end);
         writer.Put(first, static_cast<size_t>(digits_end - first));
         break;
       }
     }
+    ++arg;
   }
-  if (next != count) return -1;
+  writer.Put(literals + tail_offset_, tail_length_);
   return static_cast<long>(writer.length());
 }
 

@@ -38,15 +38,17 @@ class RecordFormat {
   long Format(char* out, size_t capacity, const FormatArg* args, size_t count) const;
 
  private:
+  // One conversion and the literal text before it (a lone tab, mostly).
   struct Op {
     FormatArg::Kind kind;
-    bool literal;
-    uint32_t offset;     // literal: start in literals_
-    uint32_t length;     // literal: byte count
+    uint32_t literal_offset;  // in literals_
+    uint32_t literal_length;
     uint32_t precision;  // text: maximum bytes; UINT32_MAX for plain "%s"
   };
   std::vector<Op> ops_;
   std::vector<char> literals_;
+  uint32_t tail_offset_ = 0;  // the literal after the last conversion
+  uint32_t tail_length_ = 0;
   bool valid_ = true;
 };
 

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <stddef.h>
+#include <string.h>
 #include <time.h>
 
 #include <string>
@@ -42,7 +43,7 @@ class BoundedText {
       length = room;
       truncated_ = true;
     }
-    for (size_t i = 0; i < length; ++i) data_[length_ + i] = data[i];
+    memcpy(data_ + length_, data, length);
     length_ += length;
   }
   bool full() const { return length_ == N; }
@@ -56,6 +57,9 @@ class BoundedText {
   bool truncated_ = false;
 };
 
+// The number of leading bytes that escaping leaves alone (none of & < > % CR).
+size_t PlainPrefix(const char* text, size_t size);
+
 // Escapes `text` as Descriptify_DecimalCode does, appending to `out` (a
 // BoundedText or StringOut); stops early once a bounded output is full.
 template <typename Out>
@@ -68,6 +72,8 @@ int DescriptifyTo(std::string_view text, bool strip, bool numeric, Out& out) {
   size_t run = 0;  // start of the bytes not yet appended
   const size_t size = text.size();
   for (size_t i = 0; i < size && !out.full(); ++i) {
+    i += PlainPrefix(text.data() + i, size - i);
+    if (i == size) break;
     char c = text[i];
     const char* replacement = nullptr;
     size_t skip = 1;

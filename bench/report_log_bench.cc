@@ -1,0 +1,269 @@
+// Report logging throughput: the same ~335-byte access record written through
+// the report queue (push of the finished line, and the whole WriteAccessLog
+// path) and through spdlog's synchronous file logger (pattern "%v"), with 1
+// and 2 threads and with 2 processes of 2 threads. Files go under BEXO_ROOT
+// and are removed after each benchmark. A summary compares the figures.
+#include <benchmark/benchmark.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "LogQueue.h"
+#include "Report_Log_Read_Write.h"
+#include "product_path.h"
+
+#if __has_include(<spdlog/spdlog.h>)
+#include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/spdlog.h>
+#define BEXO_HAVE_SPDLOG 1
+#endif
+
+namespace {
+
+std::string g_line;  // the access record, line feed included
+std::string g_dir;   // the report directory
+
+int WriteSampleAccess(Report_Log_Read_Write& writer) {
+  return writer.WriteAccessLog("jsmith@corp", "https", "www.example-shop.com", 0,
+                               "/catalog/products/electronics/item-1234.html?ref=home", 48213,
+                               "text/html; charset=utf-8", "gw-proxy-01", "192.168.10.25", "93.184.216.34", "GET",
+                               "S-1-5-21-1004", 27, 1, 734, "Shopping", "policy-default");
+}
+
+double CpuSeconds(int who) {
+  struct rusage usage;
+  getrusage(who, &usage);
+  return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+         static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+void RemoveFiles() {
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(g_dir, error)) {
+    std::filesystem::remove(entry.path(), error);
+  }
+}
+
+// CPU time of the whole process per record, measured by the first thread.
+class CpuMeter {
+ public:
+  explicit CpuMeter(const benchmark::State& state) : first_(state.thread_index() == 0) {
+    if (first_) start_ = CpuSeconds(RUSAGE_SELF);
+  }
+  void Finish(benchmark::State& state) {
+    if (!first_) return;
+    double records = static_cast<double>(state.iterations()) * state.threads();
+    state.counters["cpu_ns_per_record"] = (CpuSeconds(RUSAGE_SELF) - start_) * 1e9 / records;
+  }
+
+ private:
+  bool first_;
+  double start_ = 0;
+};
+
+void BM_ReportQueuePush(benchmark::State& state) {
+  LogQueue& queue = Report_Log_Read_Write::GetAccessLogQueue();
+  CpuMeter meter(state);
+  for (auto _ : state) queue.Push(g_line.data(), static_cast<int>(g_line.size()));
+  queue.FlushLog();
+  meter.Finish(state);
+  state.SetItemsProcessed(state.iterations());
+  if (state.thread_index() == 0) RemoveFiles();
+}
+
+void BM_WriteAccessLog(benchmark::State& state) {
+  Report_Log_Read_Write writer;
+  CpuMeter meter(state);
+  for (auto _ : state) WriteSampleAccess(writer);
+  Report_Log_Read_Write::GetAccessLogQueue().FlushLog();
+  meter.Finish(state);
+  state.SetItemsProcessed(state.iterations());
+  if (state.thread_index() == 0) RemoveFiles();
+}
+
+// 2 processes x 2 threads, `records` per thread; returns the wall seconds.
+template <typename Body>
+double RunProcesses(int records, Body body, double* cpu_seconds) {
+  double cpu_before = CpuSeconds(RUSAGE_CHILDREN);
+  auto start = std::chrono::steady_clock::now();
+  std::vector<pid_t> pids;
+  for (int p = 0; p < 2; ++p) {
+    pid_t pid = fork();
+    if (pid == 0) {
+      std::thread second(body, records);
+      body(records);
+      second.join();
+      _exit(0);
+    }
+    pids.push_back(pid);
+  }
+  for (pid_t pid : pids) waitpid(pid, nullptr, 0);
+  double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  *cpu_seconds = CpuSeconds(RUSAGE_CHILDREN) - cpu_before;
+  return seconds;
+}
+
+constexpr int kProcessRecords = 400000;  // per thread
+
+void FinishProcesses(benchmark::State& state, double seconds, double cpu) {
+  double records = 4.0 * kProcessRecords;
+  state.SetIterationTime(seconds);
+  state.SetItemsProcessed(static_cast<int64_t>(records));
+  state.counters["cpu_ns_per_record"] = cpu * 1e9 / records;
+  RemoveFiles();
+}
+
+void BM_ReportQueuePush_2Processes(benchmark::State& state) {
+  for (auto _ : state) {
+    double cpu = 0;
+    double seconds = RunProcesses(
+        kProcessRecords,
+        [](int records) {
+          LogQueue& queue = Report_Log_Read_Write::GetAccessLogQueue();
+          for (int i = 0; i < records; ++i) queue.Push(g_line.data(), static_cast<int>(g_line.size()));
+          queue.FlushLog();
+        },
+        &cpu);
+    FinishProcesses(state, seconds, cpu);
+  }
+}
+
+void BM_WriteAccessLog_2Processes(benchmark::State& state) {
+  for (auto _ : state) {
+    double cpu = 0;
+    double seconds = RunProcesses(
+        kProcessRecords,
+        [](int records) {
+          Report_Log_Read_Write writer;
+          for (int i = 0; i < records; ++i) WriteSampleAccess(writer);
+          Report_Log_Read_Write::GetAccessLogQueue().FlushLog();
+        },
+        &cpu);
+    FinishProcesses(state, seconds, cpu);
+  }
+}
+
+#ifdef BEXO_HAVE_SPDLOG
+std::shared_ptr<spdlog::logger> OpenSpdlog() {
+  auto logger = spdlog::basic_logger_mt("bench-" + std::to_string(getpid()), g_dir + "/spdlog.log", false);
+  logger->set_pattern("%v");
+  return logger;
+}
+
+std::shared_ptr<spdlog::logger> g_spdlog;
+
+void BM_Spdlog(benchmark::State& state) {
+  if (state.thread_index() == 0) g_spdlog = OpenSpdlog();
+  // The same bytes: spdlog appends the line feed itself.
+  const std::string text = g_line.substr(0, g_line.size() - 1);
+  CpuMeter meter(state);
+  for (auto _ : state) g_spdlog->info(text);
+  meter.Finish(state);
+  state.SetItemsProcessed(state.iterations());
+  if (state.thread_index() == 0) {
+    g_spdlog->flush();
+    spdlog::drop(g_spdlog->name());
+    g_spdlog.reset();
+    RemoveFiles();
+  }
+}
+
+void BM_Spdlog_2Processes(benchmark::State& state) {
+  for (auto _ : state) {
+    double cpu = 0;
+    double seconds = RunProcesses(
+        kProcessRecords,
+        [](int records) {
+          static std::shared_ptr<spdlog::logger> logger = OpenSpdlog();
+          const std::string text = g_line.substr(0, g_line.size() - 1);
+          for (int i = 0; i < records; ++i) logger->info(text);
+          logger->flush();
+        },
+        &cpu);
+    FinishProcesses(state, seconds, cpu);
+  }
+}
+#endif
+
+// Prints records/s of each benchmark beside spdlog's after the usual table.
+class SummaryReporter : public benchmark::ConsoleReporter {
+ public:
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& run : runs) {
+      auto rate = run.counters.find("items_per_second");
+      auto cpu = run.counters.find("cpu_ns_per_record");
+      if (rate != run.counters.end()) {
+        std::string name = run.benchmark_name();
+        std::string key = name.substr(0, name.find('/')) + ":" + std::to_string(run.threads);
+        results_[key] = {rate->second.value, cpu != run.counters.end() ? cpu->second.value : 0};
+      }
+    }
+    ConsoleReporter::ReportRuns(runs);
+  }
+  void Finalize() override {
+    ConsoleReporter::Finalize();
+    printf("\nrecords/s (same %zu-byte access record), ours beside spdlog 1.10 sync file logger:\n", g_line.size());
+    printf("%-28s %14s %10s %14s %10s %8s\n", "case", "records/s", "cpu ns/rec", "spdlog rec/s", "cpu ns/rec",
+           "ratio");
+    const char* cases[][3] = {
+        {"push, 1 thread", "BM_ReportQueuePush:1", "BM_Spdlog:1"},
+        {"push, 2 threads", "BM_ReportQueuePush:2", "BM_Spdlog:2"},
+        {"push, 2 processes x 2", "BM_ReportQueuePush_2Processes:1", "BM_Spdlog_2Processes:1"},
+        {"WriteAccessLog, 1 thread", "BM_WriteAccessLog:1", "BM_Spdlog:1"},
+        {"WriteAccessLog, 2 threads", "BM_WriteAccessLog:2", "BM_Spdlog:2"},
+        {"WriteAccessLog, 2 proc x 2", "BM_WriteAccessLog_2Processes:1", "BM_Spdlog_2Processes:1"},
+    };
+    for (const auto& c : cases) {
+      const Result ours = results_[c[1]];
+      const Result peer = results_[c[2]];
+      printf("%-28s %14.0f %10.0f %14.0f %10.0f %7.2fx\n", c[0], ours.rate, ours.cpu, peer.rate, peer.cpu,
+             peer.rate > 0 ? ours.rate / peer.rate : 0.0);
+    }
+  }
+
+ private:
+  struct Result {
+    double rate = 0;
+    double cpu = 0;
+  };
+  std::map<std::string, Result> results_;
+};
+
+}  // namespace
+
+BENCHMARK(BM_ReportQueuePush)->Threads(1)->Threads(2)->UseRealTime()->MinTime(1.0);
+BENCHMARK(BM_WriteAccessLog)->Threads(1)->Threads(2)->UseRealTime()->MinTime(1.0);
+BENCHMARK(BM_ReportQueuePush_2Processes)->Iterations(1)->UseManualTime();
+BENCHMARK(BM_WriteAccessLog_2Processes)->Iterations(1)->UseManualTime();
+#ifdef BEXO_HAVE_SPDLOG
+BENCHMARK(BM_Spdlog)->Threads(1)->Threads(2)->UseRealTime()->MinTime(1.0);
+BENCHMARK(BM_Spdlog_2Processes)->Iterations(1)->UseManualTime();
+#endif
+
+int main(int argc, char** argv) {
+  Report_Log_Read_Write::RefreshConfig();
+  std::string suffix;
+  std::string today = Report_Log_Read_Write::GetAccessLogQueue().GetLogFileName(suffix);
+  g_dir = today.substr(0, today.rfind('/'));
+  {
+    Report_Log_Read_Write writer;
+    WriteSampleAccess(writer);
+  }
+  std::ifstream in(today);
+  std::getline(in, g_line);
+  g_line += '\n';
+  RemoveFiles();
+  benchmark::Initialize(&argc, argv);
+  SummaryReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  benchmark::Shutdown();
+  return 0;
+}
