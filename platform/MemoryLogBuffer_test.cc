@@ -1,0 +1,155 @@
+// MemoryLogBuffer over plain and shared bytes: what reaches the descriptor,
+// what a full buffer refuses, and one buffer seen by forked processes.
+#include "MemoryLogBuffer.h"
+
+#include <fcntl.h>
+#include <stdint.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "temp_root.h"
+
+namespace {
+
+using bexo_test::ReadFile;
+using bexo_test::TempRootTest;
+
+class MemoryLogBufferTest : public TempRootTest {
+ protected:
+  // Dumps into a fresh file and returns what reached it.
+  std::string DumpToFile(MemoryLogBuffer& buffer, int* result = nullptr) {
+    std::string path = root() + "/dump" + std::to_string(dumps_++);
+    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    EXPECT_GE(fd, 0);
+    int rc = buffer.dump(fd);
+    close(fd);
+    if (result) *result = rc;
+    return ReadFile(path);
+  }
+
+ private:
+  int dumps_ = 0;
+};
+
+struct WriteCase {
+  const char* name;
+  int size;                     // bytes handed to the buffer
+  std::vector<std::string> lines;
+  std::vector<int> accepted;    // write() result per line, as 0/1
+  std::string dumped;
+};
+
+TEST_F(MemoryLogBufferTest, WritesAreTakenWholeOrRefused) {
+  const WriteCase cases[] = {
+      {"fits exactly", 8 + 6, {"abc\n", "de"}, {1, 1}, "abc\nde"},
+      {"one byte too many", 8 + 6, {"abc\n", "def"}, {1, 0}, "abc\n"},
+      {"later smaller line still fits", 8 + 6, {"abcd\n", "xyz", "z"}, {1, 0, 1}, "abcd\nz"},
+      {"empty line always fits", 8, {"", "a"}, {1, 0}, ""},
+      {"too small for the header", 7, {"", "a"}, {1, 0}, ""},
+  };
+  for (const WriteCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::vector<char> memory(c.size, '#');
+    MemoryLogBuffer buffer(memory.data(), c.size);
+    for (size_t i = 0; i < c.lines.size(); ++i) {
+      int rc = buffer.write(c.lines[i].data(), static_cast<int>(c.lines[i].size()));
+      EXPECT_EQ(rc != 0, c.accepted[i] != 0) << "line " << i;
+    }
+    int result = 0;
+    EXPECT_EQ(DumpToFile(buffer, &result), c.dumped);
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(buffer.size(), 0);
+    EXPECT_EQ(DumpToFile(buffer), "");  // a dump empties the buffer
+  }
+}
+
+TEST_F(MemoryLogBufferTest, RefusesBadArgumentsAndClearEmpties) {
+  std::vector<char> memory(64);
+  MemoryLogBuffer buffer(memory.data(), 64);
+  EXPECT_EQ(buffer.write("abc", -1), 0);
+  EXPECT_EQ(buffer.write(nullptr, 3), 0);
+  ASSERT_NE(buffer.write("gone", 4), 0);
+  buffer.clear();
+  ASSERT_NE(buffer.write("kept", 4), 0);
+  EXPECT_EQ(DumpToFile(buffer), "kept");
+  MemoryLogBuffer none(nullptr, 64);
+  EXPECT_EQ(none.capacity(), 0);
+  EXPECT_EQ(none.write("a", 1), 0);
+  EXPECT_EQ(DumpToFile(none), "");
+}
+
+TEST_F(MemoryLogBufferTest, FailedDumpKeepsTheTextForTheNextOne) {
+  std::vector<char> memory(8 + 32);
+  MemoryLogBuffer buffer(memory.data(), 40);
+  ASSERT_NE(buffer.write("kept line\n", 10), 0);
+  int read_only = open("/dev/null", O_RDONLY);
+  EXPECT_EQ(buffer.dump(read_only), 0);  // EBADF: nothing written
+  close(read_only);
+  EXPECT_EQ(buffer.size(), 10);
+  uint32_t dumps = buffer.dumpCount();
+  EXPECT_EQ(DumpToFile(buffer), "kept line\n");
+  EXPECT_EQ(buffer.dumpCount(), dumps + 1);
+}
+
+// A dump cut short keeps exactly the bytes that did not reach the descriptor.
+TEST_F(MemoryLogBufferTest, ShortDumpKeepsTheRestInOrder) {
+  int fds[2];
+  ASSERT_EQ(pipe2(fds, O_NONBLOCK), 0);
+  int pipe_size = fcntl(fds[1], F_GETPIPE_SZ);
+  ASSERT_GT(pipe_size, 0);
+  std::string text;
+  for (int i = 0; static_cast<int>(text.size()) < pipe_size + 5000; ++i) {
+    text += "line " + std::to_string(i) + "\n";
+  }
+  std::vector<char> memory(8 + text.size());
+  MemoryLogBuffer buffer(memory.data(), static_cast<int>(memory.size()));
+  ASSERT_NE(buffer.write(text.data(), static_cast<int>(text.size())), 0);
+  EXPECT_EQ(buffer.dump(fds[1]), 0);  // the pipe fills up: EAGAIN
+  std::string first(pipe_size, '\0');
+  ASSERT_EQ(read(fds[0], &first[0], pipe_size), pipe_size);
+  close(fds[0]);
+  close(fds[1]);
+  EXPECT_EQ(buffer.size(), static_cast<int>(text.size()) - pipe_size);
+  EXPECT_EQ(first + DumpToFile(buffer), text);
+}
+
+TEST_F(MemoryLogBufferTest, CorruptFillLevelIsClamped) {
+  std::vector<char> memory(8 + 4, 'z');
+  MemoryLogBuffer buffer(memory.data(), 12);
+  uint32_t bogus = 0xFFFFFFF0u;
+  memcpy(memory.data(), &bogus, sizeof bogus);  // another process scribbled on it
+  EXPECT_EQ(buffer.size(), 4);
+  EXPECT_EQ(buffer.write("a", 1), 0);
+  EXPECT_EQ(DumpToFile(buffer), "zzzz");
+}
+
+// A buffer built before fork() over shared bytes is one buffer for all:
+// lines written by children are dumped by the parent.
+TEST_F(MemoryLogBufferTest, ForkedProcessesShareOneBuffer) {
+  constexpr int kSize = 4096;
+  void* shared = mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(shared, MAP_FAILED);
+  MemoryLogBuffer buffer(shared, kSize);
+  ASSERT_NE(buffer.write("parent\n", 7), 0);
+  // Children run one after the other: the buffer itself has no lock.
+  for (int child = 0; child < 3; ++child) {
+    pid_t pid = fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+      std::string line = "child " + std::to_string(child) + "\n";
+      _exit(buffer.write(line.data(), static_cast<int>(line.size())) ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  }
+  EXPECT_EQ(DumpToFile(buffer), "parent\nchild 0\nchild 1\nchild 2\n");
+  munmap(shared, kSize);
+}
+
+}  // namespace
