@@ -45,8 +45,12 @@ class BEXO_EXPORT node {
   bool _find_child_node(char c, node*& found, unsigned char& index, bool literal) const {
     if (child_count_ == 0) return false;
     const char* keys = ChildKeys();
+    // Only '*' and '?' children can be wildcards; any other character is
+    // literal, so its node need not be read to check.
+    const bool maybe_wildcard = c == '*' || c == '?';
+    if (!maybe_wildcard && !literal) return false;
     for (unsigned char i = 0; i < child_count_; ++i) {
-      if (keys[i] == c && children_[i]->literal_ == literal) {
+      if (keys[i] == c && (!maybe_wildcard || children_[i]->literal_ == literal)) {
         found = children_[i];
         index = i;
         return true;

@@ -48,6 +48,13 @@ bool url_matching_module::deserialization(const char* opp_path, const char* user
 
 namespace {
 
+// C library tolower, without the call for the ASCII letters that make up
+// nearly every URL.
+inline char ToLower(unsigned char c) {
+  if (c < 0x80) return static_cast<char>(c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c);
+  return static_cast<char>(tolower(c));
+}
+
 // hexto4u over exactly `count` characters of `text` (2 or 3), so that it
 // never reads past them.
 int DecodeHex(const char* text, int count) {
@@ -114,10 +121,10 @@ bool _to_lower_and_url_decode(const char* input_buffer, char* result_buffer, int
         memcpy(out + o, "%3f", 3);
         o += 3;
       } else {
-        out[o++] = static_cast<char>(tolower(value));
+        out[o++] = ToLower(static_cast<unsigned char>(value));
       }
     } else {
-      out[o++] = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+      out[o++] = ToLower(static_cast<unsigned char>(c));
       ++i;
     }
   }
