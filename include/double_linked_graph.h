@@ -6,9 +6,9 @@
 // whole URL, in the fixed order literal child, '?' child, '*' child.
 //
 // Memory: nodes and child arrays come from a shared pool of fixed-size
-// blocks; a child array is made on the first child, and it carries the
-// children's characters beside their pointers so that a scan touches one
-// cache line instead of every child.
+// blocks. A node is made together with its first child array (five slots),
+// and a child array carries the children's characters beside their
+// pointers, so a scan reads memory next to the node instead of every child.
 //
 // Thread safety: find_entry and size take the store's read lock, delete_entry
 // its write lock; _add_entry, _printf_list and clear expect the caller to
@@ -96,6 +96,8 @@ class BEXO_EXPORT node {
     return reinterpret_cast<const char*>(children_ + child_capacity_ + 1);
   }
   char* ChildKeys() { return reinterpret_cast<char*>(children_ + child_capacity_ + 1); }
+  bool HasInlineChildren() const;  // the child array made together with the node
+  void ReleaseChildren();
 
   char character_;
   bool literal_;

@@ -47,24 +47,60 @@ bool ExpiryHasPassed(const char* expiry_text) {
 
 // ---- node ------------------------------------------------------------------
 
+namespace {
+
+// A node is allocated with room for its first child array right behind it,
+// so that a lookup finds a node's child keys at an address it already knows
+// instead of behind a second pointer. The constructor adopts that room when
+// the node was made by operator new on this thread; a node built elsewhere
+// (on the stack) allocates its child array separately.
+constexpr size_t kInlineBlockSize = (node::kCapacityStep + 1) * sizeof(node*) + 8;
+thread_local void* g_fresh_inline_block = nullptr;
+
+void* AllocateNode(size_t size) {
+  char* block = static_cast<char*>(bexo_url::PoolAllocate(size + kInlineBlockSize));
+  if (block != nullptr) g_fresh_inline_block = block + size;
+  return block;
+}
+
+}  // namespace
+
 void* node::operator new(size_t size) {
-  void* block = bexo_url::PoolAllocate(size);
+  void* block = AllocateNode(size);
   if (block == nullptr) throw std::bad_alloc();
   return block;
 }
 
 void* node::operator new(size_t size, const std::nothrow_t&) noexcept {
-  return bexo_url::PoolAllocate(size);
+  return AllocateNode(size);
 }
 
-void node::operator delete(void* block) { bexo_url::PoolRelease(block, sizeof(node)); }
+void node::operator delete(void* block) {
+  bexo_url::PoolRelease(block, sizeof(node) + kInlineBlockSize);
+}
 
 node::node(char c, bool literal)
-    : character_(c), literal_(literal || (c != '*' && c != '?')) {}
+    : character_(c), literal_(literal || (c != '*' && c != '?')) {
+  if (g_fresh_inline_block == reinterpret_cast<char*>(this) + sizeof(node)) {
+    children_ = static_cast<node**>(g_fresh_inline_block);
+    std::fill(children_, children_ + child_capacity_ + 1, nullptr);
+    g_fresh_inline_block = nullptr;
+  }
+}
+
+bool node::HasInlineChildren() const {
+  return reinterpret_cast<const char*>(children_) == reinterpret_cast<const char*>(this) + sizeof(node);
+}
+
+void node::ReleaseChildren() {
+  if (children_ != nullptr && !HasInlineChildren()) {
+    bexo_url::PoolRelease(children_, ChildBlockSize(child_capacity_));
+  }
+}
 
 node::~node() {
   for (unsigned char i = 0; i < child_count_; ++i) delete children_[i];
-  if (children_ != nullptr) bexo_url::PoolRelease(children_, ChildBlockSize(child_capacity_));
+  ReleaseChildren();
   free(identifier_);
   delete[] expiry_;
 }
@@ -80,7 +116,7 @@ bool node::add_child_node(char c, node*& created, bool literal) {
     if (children_ != nullptr) {
       memcpy(grown, children_, child_count_ * sizeof(node*));
       memcpy(keys, ChildKeys(), child_count_);
-      bexo_url::PoolRelease(children_, ChildBlockSize(child_capacity_));
+      ReleaseChildren();
     }
     std::fill(grown + child_count_, grown + capacity + 1, nullptr);
     children_ = grown;

@@ -129,7 +129,9 @@ void url_rule_serialization_io::_get_url_and_opp_id(char* line, const char*& url
 bool url_rule_serialization_io::_do_parse_and_addlist(const char* line, bool translate,
                                                       policies policy, int list_id) {
   char buffer[kLineBufferSize];
-  snprintf(buffer, sizeof buffer, "%s", line);
+  const size_t length = strnlen(line, sizeof buffer - 1);
+  memcpy(buffer, line, length);
+  buffer[length] = '\0';
   const char* url;
   const char* identifier;
   const char* expiry_text;
