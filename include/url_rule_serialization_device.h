@@ -6,6 +6,7 @@
 // must not run concurrently with other calls on the same device.
 #pragma once
 
+#include <stdint.h>
 #include <stdio.h>
 
 #include <deque>

@@ -301,6 +301,14 @@ find_entry_results double_linked_graph::find_entry(const char* user_url, policie
     node* possible;
     unsigned char index;
     bool found_rule = true;
+    // One level up, to the parent's position; at the root nothing matches.
+    auto back_up = [&]() {
+      if (current->parent_ == nullptr) return found_rule = false;
+      current = current->parent_;
+      --p;
+      stack.pop_back();
+      return true;
+    };
     while (url[p] != '\0') {
       state_variables& state = stack.back();
       const char c = url[p];
@@ -332,13 +340,7 @@ find_entry_results double_linked_graph::find_entry(const char* user_url, policie
         // return to the parent's position.
         p -= stack.back().star_count;
         if (advanced || current->is_star()) ++p;
-        if (current->parent_ == nullptr) {
-          found_rule = false;
-          break;
-        }
-        current = current->parent_;
-        --p;
-        stack.pop_back();
+        if (!back_up()) break;
         continue;
       }
       if (last) current = possible;
@@ -347,13 +349,7 @@ find_entry_results double_linked_graph::find_entry(const char* user_url, policie
         if (current->is_star()) continue;  // a star first matches nothing
         ++p;
       } else if (!current->is_star()) {
-        if (current->parent_ == nullptr) {
-          found_rule = false;
-          break;
-        }
-        current = current->parent_;
-        --p;
-        stack.pop_back();
+        if (!back_up()) break;
       } else {
         state_variables& top = stack.back();
         top.tried_literal = top.tried_question_mark = top.tried_star = false;
