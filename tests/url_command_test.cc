@@ -61,12 +61,13 @@ TEST_F(UrlCommandTest, CheckReportsInvalidFilesAndLines) {
   EXPECT_NE(std::string::npos, out.find(":2: unterminated line before any section")) << out;
   EXPECT_NE(std::string::npos, out.find("(invalid file)")) << out;
 
-  WriteFile(bad, "[Block]\n[block]\nA.example-->id-->tomorrow\nlast");
+  WriteFile(bad, "[Block]\n[block]\nA.example-->id-->tomorrow\nb**c\nlast");
   EXPECT_EQ(1, Bexo("check " + bad, &out));
   EXPECT_NE(std::string::npos, out.find(":1: unknown section [Block]")) << out;
   EXPECT_NE(std::string::npos, out.find(":3: unreadable expiry 'tomorrow'")) << out;
   EXPECT_NE(std::string::npos, out.find("normalised: a.example")) << out;
-  EXPECT_NE(std::string::npos, out.find(":4: last line has no line feed")) << out;
+  EXPECT_NE(std::string::npos, out.find(":4: rule b**c has stars in a row")) << out;
+  EXPECT_NE(std::string::npos, out.find(":5: last line has no line feed")) << out;
 
   EXPECT_EQ(0, Bexo("check " + std::string(BEXO_SOURCE_DIR) + "/examples/user.list", &out)) << out;
 }
