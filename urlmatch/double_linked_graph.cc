@@ -294,67 +294,69 @@ find_entry_results double_linked_graph::find_entry(const char* user_url, policie
 
     stack.clear();
     stack.emplace_back();
+    state_variables* top = &stack.back();  // refreshed after every push and pop
     node* current = root_;
     int p = 0;
-    bool advanced = false;
     node* child;
     node* possible;
     unsigned char index;
     bool found_rule = true;
-    // One level up, to the parent's position; at the root nothing matches.
-    auto back_up = [&]() {
-      if (current->parent_ == nullptr) return found_rule = false;
-      current = current->parent_;
-      --p;
-      stack.pop_back();
-      return true;
-    };
     while (url[p] != '\0') {
-      state_variables& state = stack.back();
       const char c = url[p];
       const bool last = url[p + 1] == '\0';
-      advanced = false;
+      bool advanced = false;
       bool found = false;
-      if (!state.tried_literal) {
-        state.tried_literal = true;
+      if (!top->tried_literal) {
+        top->tried_literal = true;
         found = current->_find_child_node(c, child, index, true);
       }
-      if (!found && !state.tried_question_mark) {
-        state.tried_question_mark = true;
+      if (!found && !top->tried_question_mark) {
+        top->tried_question_mark = true;
         found = current->_find_child_node('?', child, index, false);
       }
-      if (!found && !state.tried_star) {
-        state.tried_star = true;
+      if (!found && !top->tried_star) {
+        top->tried_star = true;
         found = current->_find_child_node('*', child, index, false);
       }
       // A child found at the last character that leads to no rule ends the
       // tries of this state: its '?' and '*' siblings are not looked at.
       if (found && (!last || _find_possible_policy_node(child, possible))) {
         stack.emplace_back();
+        top = &stack.back();
         current = child;
         advanced = true;
       }
 
+      bool back_up = false;
       if (last && !_find_possible_policy_node(current, possible)) {
         // Dead end at the last character: give back what a star absorbed and
         // return to the parent's position.
-        p -= stack.back().star_count;
+        p -= top->star_count;
         if (advanced || current->is_star()) ++p;
-        if (!back_up()) break;
-        continue;
-      }
-      if (last) current = possible;
-
-      if (advanced) {
-        if (current->is_star()) continue;  // a star first matches nothing
-        ++p;
-      } else if (!current->is_star()) {
-        if (!back_up()) break;
+        back_up = true;
       } else {
-        state_variables& top = stack.back();
-        top.tried_literal = top.tried_question_mark = top.tried_star = false;
-        ++top.star_count;
-        ++p;
+        if (last) current = possible;
+        if (advanced) {
+          if (current->is_star()) continue;  // a star first matches nothing
+          ++p;
+        } else if (!current->is_star()) {
+          back_up = true;
+        } else {
+          top->tried_literal = top->tried_question_mark = top->tried_star = false;
+          ++top->star_count;
+          ++p;
+        }
+      }
+      if (back_up) {
+        // One level up, to the parent's position; at the root nothing matches.
+        if (current->parent_ == nullptr) {
+          found_rule = false;
+          break;
+        }
+        current = current->parent_;
+        --p;
+        stack.pop_back();
+        top = &stack.back();
       }
     }
     if (!found_rule || !_get_rule_string_and_policy(current, rule_url, policy, identifier,
