@@ -1,0 +1,365 @@
+// Matching, insertion and removal in the rule graph: the search's traps in a
+// table, then randomized properties over generated rule sets.
+#include "double_linked_graph.h"
+
+#include <stdio.h>
+
+#include <map>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "temp_root.h"
+#include "url_matching_module.h"
+
+namespace {
+
+struct Rule {
+  const char* text;
+  policies policy;
+};
+
+struct MatchCase {
+  const char* name;
+  std::vector<Rule> rules;
+  const char* url;
+  find_entry_results result;
+  const char* rule;  // expected rule text when found
+  policies policy;
+};
+
+void PrintTo(const MatchCase& c, std::ostream* os) { *os << c.name; }
+
+void AddRule(double_linked_graph& graph, const char* text, policies policy,
+             const char* identifier = nullptr, const ux_Time* expiry = nullptr, int list_id = 0) {
+  UrlRuleWriteGuard hold(graph.rule_lock());
+  ASSERT_TRUE(graph._add_entry(text, policy, identifier, expiry, list_id)) << text;
+}
+
+struct Answer {
+  find_entry_results result;
+  policies policy = unknown_policy;
+  std::string rule, identifier, expiry;
+  int list_id = -1;
+};
+
+Answer Lookup(double_linked_graph& graph, const std::string& url, bool delete_expired = false) {
+  Answer a;
+  a.result = graph.find_entry(url.c_str(), a.policy, a.rule, a.identifier, a.expiry, a.list_id,
+                              delete_expired);
+  return a;
+}
+
+class MatchTest : public bexo_test::TempRootTest, public ::testing::WithParamInterface<MatchCase> {};
+
+TEST_P(MatchTest, AnswersFirstMatchingRule) {
+  const MatchCase& c = GetParam();
+  double_linked_graph graph;
+  for (const Rule& r : c.rules) AddRule(graph, r.text, r.policy);
+  Answer a = Lookup(graph, c.url);
+  EXPECT_EQ(c.result, a.result);
+  if (c.result == entry_found) {
+    EXPECT_EQ(c.rule, a.rule);
+    EXPECT_EQ(c.policy, a.policy);
+  }
+}
+
+constexpr policies B = block_policy;
+constexpr policies A = allow_policy;
+
+INSTANTIATE_TEST_SUITE_P(
+    Traps, MatchTest,
+    ::testing::Values(
+        MatchCase{"StarAbsorbsRun", {{"a*c", B}}, "abbbc", entry_found, "a*c", B},
+        MatchCase{"StarMatchesNothing", {{"a*", B}}, "a", entry_found, "a*", B},
+        MatchCase{"QuestionMarkOne", {{"a?c", B}}, "abc", entry_found, "a?c", B},
+        MatchCase{"QuestionMarkNotZero", {{"a?c", B}}, "ac", entry_not_found, "", B},
+        MatchCase{"NoTrailingStarNoLonger", {{"host", B}}, "host/x", entry_not_found, "", B},
+        MatchCase{"HostExact", {{"host", B}}, "host", entry_found, "host", B},
+        MatchCase{"HostStarMatchesHost", {{"host*", B}}, "host", entry_found, "host*", B},
+        MatchCase{"HostSlashStarMatchesHost", {{"host/*", B}}, "host", entry_found, "host/*", B},
+        MatchCase{"HostSlashStarMatchesPath", {{"host/*", B}}, "host/x", entry_found, "host/*", B},
+        // at the last character the '*' reached through '/' absorbs it: one
+        // extra character after the host matches, two do not
+        MatchCase{"HostSlashStarTakesOneLastChar", {{"host/*", B}}, "hostx", entry_found,
+                  "host/*", B},
+        MatchCase{"HostSlashStarNotTwoMoreChars", {{"host/*", B}}, "hostxy", entry_not_found,
+                  "", B},
+        MatchCase{"UrlIsNormalised", {{"host/a/c", B}}, "HOST//a/./b/../c", entry_found,
+                  "host/a/c", B},
+        MatchCase{"SchemeDoubleSlash", {{"http:/host/*", B}}, "http://host/x", entry_found,
+                  "http:/host/*", B},
+        MatchCase{"SubdomainStar", {{"*.example.com/*", B}}, "a.b.example.com/x/y", entry_found,
+                  "*.example.com/*", B},
+        MatchCase{"EscapedStarIsLiteral", {{"a%2a", B}}, "a*", entry_found, "a%2a", B},
+        MatchCase{"EscapedStarFromUrlEscape", {{"a%2a", B}}, "a%2a", entry_found, "a%2a", B},
+        MatchCase{"EscapedStarNotWildcard", {{"a%2a", B}}, "ab", entry_not_found, "", B},
+        MatchCase{"EscapedQuestionMark", {{"a%3fb", B}}, "a%3Fb", entry_found, "a%3fb", B},
+        MatchCase{"LiteralBeforeWildcard", {{"ab", A}, {"a?", B}}, "ab", entry_found, "ab", A},
+        MatchCase{"QuestionBeforeStar", {{"a*", A}, {"a?", B}}, "ab", entry_found, "a?", B},
+        // the literal 'c' child at the last character leads to no rule and
+        // keeps the '?' sibling from being tried
+        MatchCase{"LiteralChildBlocksAtLastChar", {{"abcd", B}, {"ab?", A}}, "abc",
+                  entry_not_found, "", B},
+        MatchCase{"QuestionAloneAtLastChar", {{"ab?", A}}, "abc", entry_found, "ab?", A},
+        MatchCase{"BacktrackIntoStar", {{"a*b*c", B}}, "axbybzc", entry_found, "a*b*c", B},
+        MatchCase{"FirstRuleInSearchOrder", {{"a*", A}, {"ab", B}}, "ab", entry_found, "ab", B},
+        MatchCase{"PatternReportedAsBlock", {{"p.example", pattern_policy}}, "p.example",
+                  entry_found, "p.example", B},
+        MatchCase{"TranslatedReportedAsBlock", {{"192.0.2.1/x", translated_block_policy}},
+                  "192.0.2.1/x", entry_found, "192.0.2.1/x", B},
+        MatchCase{"EmptyUrl", {{"a", B}}, "", entry_not_found, "", B},
+        MatchCase{"UppercaseRuleNeverMatches", {{"HOST", B}}, "HOST", entry_not_found, "", B}),
+    [](const ::testing::TestParamInfo<MatchCase>& param_info) {
+      return std::string(param_info.param.name);
+    });
+
+class GraphTest : public bexo_test::TempRootTest {};
+
+TEST_F(GraphTest, EmptyGraphAnswersNotFoundEvenForOverlongUrl) {
+  double_linked_graph graph;
+  EXPECT_EQ(entry_not_found, Lookup(graph, std::string(5000, 'a')).result);
+  EXPECT_EQ(0, graph.size());
+}
+
+TEST_F(GraphTest, OverlongUrlIsMatchedRawWithoutLowerCasing) {
+  double_linked_graph graph;
+  const std::string raw = "Host/" + std::string(1100, 'X');
+  AddRule(graph, (raw).c_str(), block_policy);
+  AddRule(graph, "host/*", allow_policy);
+  Answer a = Lookup(graph, raw);
+  EXPECT_EQ(entry_found, a.result);
+  EXPECT_EQ(raw, a.rule);
+  EXPECT_EQ(entry_found, Lookup(graph, "HOST/x").result);
+}
+
+TEST_F(GraphTest, RepeatedRuleCountsOnceAndTakesNewData) {
+  double_linked_graph graph;
+  ux_Time expiry(2099, 1, 2, 3, 4, 5);
+  AddRule(graph, "host/*", block_policy, "old", nullptr, 1);
+  AddRule(graph, "host/*", allow_policy, "new", &expiry, 2);
+  EXPECT_EQ(1, graph.size());
+  Answer a = Lookup(graph, "host/x");
+  EXPECT_EQ(allow_policy, a.policy);
+  EXPECT_EQ("new", a.identifier);
+  EXPECT_EQ("2099/01/02 03:04:05", a.expiry);
+  EXPECT_EQ(2, a.list_id);
+
+  // the node moved lists: written under [allow] only
+  char* text = nullptr;
+  size_t size = 0;
+  FILE* out = open_memstream(&text, &size);
+  graph._printf_list(out, block_policy);
+  graph._printf_list(out, allow_policy);
+  fclose(out);
+  EXPECT_EQ("host/*-->new-->2099/01/02 03:04:05\n", std::string(text, size));
+  free(text);
+}
+
+TEST_F(GraphTest, ExpiredRuleIsReportedAndDeletedOnlyWhenAsked) {
+  double_linked_graph graph;
+  ux_Time past(2001, 2, 3, 4, 5, 6);
+  ux_Time future(2099, 12, 31, 23, 59, 59);
+  AddRule(graph, "old.example/*", block_policy, "opp7", &past);
+  AddRule(graph, "new.example/*", block_policy, "opp8", &future);
+
+  Answer a = Lookup(graph, "old.example/x");
+  EXPECT_EQ(entry_expired, a.result);
+  EXPECT_EQ("old.example/*", a.rule);
+  EXPECT_EQ("opp7", a.identifier);
+  EXPECT_EQ("2001/02/03 04:05:06", a.expiry);
+  EXPECT_EQ(2, graph.size());
+
+  EXPECT_EQ(entry_expired, Lookup(graph, "old.example/x", true).result);
+  EXPECT_EQ(1, graph.size());
+  EXPECT_EQ(entry_not_found, Lookup(graph, "old.example/x").result);
+  EXPECT_EQ(entry_found, Lookup(graph, "new.example/y", true).result);
+  EXPECT_EQ(1, graph.size());
+}
+
+TEST_F(GraphTest, DeleteOnlyIfExpiredKeepsValidRules) {
+  double_linked_graph graph;
+  ux_Time past(2001, 1, 1);
+  AddRule(graph, "keep", block_policy);
+  AddRule(graph, "gone", block_policy, nullptr, &past);
+  EXPECT_TRUE(graph.delete_entry("keep", true));
+  EXPECT_TRUE(graph.delete_entry("GONE", true));
+  EXPECT_FALSE(graph.delete_entry("missing", false));
+  EXPECT_EQ(1, graph.size());
+  EXPECT_EQ(entry_found, Lookup(graph, "keep").result);
+  EXPECT_EQ(entry_not_found, Lookup(graph, "gone").result);
+  // a literal star is deleted through its escape, not the wildcard rule
+  AddRule(graph, "a*", block_policy);
+  AddRule(graph, "a%2a", allow_policy);
+  EXPECT_TRUE(graph.delete_entry("a%2A", false));
+  EXPECT_EQ("a*", Lookup(graph, "a*").rule);
+}
+
+TEST_F(GraphTest, DeletingSharedPrefixKeepsSiblings) {
+  double_linked_graph graph;
+  AddRule(graph, "ab", block_policy);
+  AddRule(graph, "abc", block_policy);
+  AddRule(graph, "abd", block_policy);
+  ASSERT_TRUE(graph.delete_entry("abc", false));
+  EXPECT_EQ(entry_found, Lookup(graph, "ab").result);
+  EXPECT_EQ(entry_found, Lookup(graph, "abd").result);
+  ASSERT_TRUE(graph.delete_entry("ab", false));
+  EXPECT_EQ(entry_found, Lookup(graph, "abd").result);
+  EXPECT_EQ(entry_not_found, Lookup(graph, "ab").result);
+  EXPECT_EQ(1, graph.size());
+}
+
+TEST_F(GraphTest, ManyChildrenGrowInStepsOfFive) {
+  double_linked_graph graph;
+  node* root_child = nullptr;
+  for (int c = 1; c < 256; ++c) {
+    if (c == '*' || c == '?' || c == '%') continue;
+    const char text[3] = {'x', static_cast<char>(c), '\0'};
+    AddRule(graph, text, block_policy);
+  }
+  policies policy;
+  std::string id, expiry;
+  int list_id;
+  ASSERT_TRUE(graph._find_entry("xa", root_child, policy, id, expiry, list_id));
+  node* x = root_child->parent();
+  EXPECT_EQ(252, x->child_count());
+  EXPECT_EQ(0, x->child_capacity() % node::kCapacityStep);
+  EXPECT_EQ(entry_found, Lookup(graph, "x~").result);
+  UrlRuleWriteGuard hold(graph.rule_lock());
+  EXPECT_TRUE(graph._add_entry("x*", block_policy, nullptr, nullptr, 0));
+  EXPECT_TRUE(graph._add_entry("x?", block_policy, nullptr, nullptr, 0));
+  EXPECT_TRUE(graph._add_entry("x%", block_policy, nullptr, nullptr, 0));
+  EXPECT_FALSE(graph._add_entry("x%2a", block_policy, nullptr, nullptr, 0)) << "256th child";
+}
+
+TEST(GraphDeath, ProgrammingErrorsStopTheProcess) {
+  double_linked_graph graph;
+  policies policy;
+  std::string rule, id, expiry;
+  int list_id;
+  EXPECT_DEATH(graph.find_entry(nullptr, policy, rule, id, expiry, list_id, false), "user_url");
+  EXPECT_DEATH(graph.delete_entry(nullptr, false), "policy_url");
+  EXPECT_DEATH(graph._add_entry("a", unknown_policy, nullptr, nullptr, 0),
+               "policy < unknown_policy");
+  EXPECT_DEATH(graph._add_entry(nullptr, block_policy, nullptr, nullptr, 0), "policy_url");
+  EXPECT_DEATH(graph._printf_list(nullptr, block_policy), "fp");
+  node n('a', true);
+  EXPECT_DEATH(n.set_policy_mode(unknown_policy, nullptr, nullptr, 0), "_policy < unknown_policy");
+}
+
+// ---- randomized properties ----------------------------------------------
+
+// Random text that normalisation leaves unchanged, so that a URL equal to the
+// rule reaches the same trie path.
+std::string RandomRule(std::mt19937& rng, const char* alphabet, int max_length) {
+  const std::string letters(alphabet);
+  for (;;) {
+    std::string text;
+    const int length = 1 + static_cast<int>(rng() % max_length);
+    for (int i = 0; i < length; ++i) text.push_back(letters[rng() % letters.size()]);
+    char normal[1024];
+    if (_to_lower_and_url_decode(text.c_str(), normal, sizeof normal, false) && text == normal) {
+      return text;
+    }
+  }
+}
+
+class GraphPropertyTest : public bexo_test::TempRootTest {};
+
+TEST_F(GraphPropertyTest, WithoutWildcardsLookupFindsExactlyTheEqualRule) {
+  std::mt19937 rng(1234);
+  for (int round = 0; round < 20; ++round) {
+    double_linked_graph graph;
+    std::set<std::string> rules;
+    for (int i = 0; i < 200; ++i) {
+      std::string r = RandomRule(rng, "ab/.-0", 8);
+      rules.insert(r);
+      AddRule(graph, r.c_str(), i % 2 ? block_policy : allow_policy);
+    }
+    ASSERT_EQ(static_cast<int>(rules.size()), graph.size());
+    for (int i = 0; i < 400; ++i) {
+      std::string url = RandomRule(rng, "ab/.-0", 8);
+      Answer a = Lookup(graph, url);
+      if (rules.count(url)) {
+        EXPECT_EQ(entry_found, a.result) << url;
+        EXPECT_EQ(url, a.rule);
+      } else {
+        EXPECT_EQ(entry_not_found, a.result) << url << " gave " << a.rule;
+      }
+    }
+  }
+}
+
+std::string TempFile(const std::string& root, const char* name) { return root + "/" + name; }
+
+TEST_F(GraphPropertyTest, WithWildcardsAnswersAreStoredRulesAndSurviveAFileRoundTrip) {
+  std::mt19937 rng(99);
+  for (int round = 0; round < 20; ++round) {
+    double_linked_graph graph;
+    std::set<std::string> rules;
+    for (int i = 0; i < 150; ++i) {
+      std::string r = RandomRule(rng, "ab/.*?", 7);
+      if (i % 10 == 0) r += "%2a";
+      rules.insert(r);
+      AddRule(graph, r.c_str(), static_cast<policies>(6 + i % 4), i % 3 ? "id" : nullptr);
+    }
+    const std::string path = TempFile(root(), "rules.list");
+    ASSERT_TRUE(graph.serialization(path.c_str()));
+    double_linked_graph reread;
+    ASSERT_TRUE(reread.deserialization(path.c_str(), false, true));
+    ASSERT_EQ(graph.size(), reread.size());
+    for (int i = 0; i < 300; ++i) {
+      std::string url = RandomRule(rng, "ab/.*", 9);
+      Answer a = Lookup(graph, url);
+      Answer b = Lookup(reread, url);
+      EXPECT_EQ(a.result, b.result) << url;
+      EXPECT_EQ(a.rule, b.rule) << url;
+      EXPECT_EQ(a.policy, b.policy) << url;
+      EXPECT_EQ(a.identifier, b.identifier) << url;
+      if (a.result != entry_not_found) {
+        EXPECT_EQ(1u, rules.count(a.rule)) << url << " reported unknown rule " << a.rule;
+      }
+    }
+    // writing the reread graph gives the same bytes
+    const std::string again = TempFile(root(), "again.list");
+    ASSERT_TRUE(reread.serialization(again.c_str()));
+    EXPECT_EQ(bexo_test::ReadFile(path), bexo_test::ReadFile(again));
+  }
+}
+
+TEST_F(GraphPropertyTest, AddThenDeleteLeavesSizeAndAnswersAsBefore) {
+  std::mt19937 rng(7);
+  for (int round = 0; round < 20; ++round) {
+    double_linked_graph graph;
+    std::set<std::string> base;
+    for (int i = 0; i < 100; ++i) {
+      std::string r = RandomRule(rng, "ab/.*?", 6);
+      base.insert(r);
+      AddRule(graph, r.c_str(), block_policy);
+    }
+    std::vector<std::string> urls;
+    std::vector<Answer> before;
+    for (int i = 0; i < 200; ++i) {
+      urls.push_back(RandomRule(rng, "ab/.", 8));
+      before.push_back(Lookup(graph, urls.back()));
+    }
+    const int size_before = graph.size();
+    std::vector<std::string> extra;
+    for (int i = 0; i < 100; ++i) {
+      std::string r = RandomRule(rng, "ab/.*?", 7);
+      if (base.count(r)) continue;
+      extra.push_back(r);
+      AddRule(graph, r.c_str(), allow_policy);
+    }
+    for (const std::string& r : extra) graph.delete_entry(r.c_str(), false);
+    EXPECT_EQ(size_before, graph.size());
+    for (size_t i = 0; i < urls.size(); ++i) {
+      Answer a = Lookup(graph, urls[i]);
+      EXPECT_EQ(before[i].result, a.result) << urls[i];
+      EXPECT_EQ(before[i].rule, a.rule) << urls[i];
+    }
+  }
+}
+
+}  // namespace
