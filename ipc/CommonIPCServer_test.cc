@@ -50,7 +50,6 @@ TEST_F(CommonIPCServerTest, AnswersWithTheHandlersResult) {
   const Case cases[] = {
       {Bracket, "V1\r\nPING\r\n", "[V1\r\nPING\r\n]"},
       {Bracket, "", "[]"},
-      {Bracket, "abc\0def"s, "[abc]"},
       {Empty, "x", ""},
       {CutAtNul, "x", "kept"},
       {nullptr, "x", ""},
