@@ -69,8 +69,25 @@ TEST_F(CommonIPCServerTest, AnswersWithTheHandlersResult) {
   }
 }
 
-TEST_F(CommonIPCServerTest, WorldWritableSocketReplacesAStaleFile) {
+TEST_F(CommonIPCServerTest, StartFailsWhenTheSocketCannotBeBound) {
+  ASSERT_EQ(rmdir(Path("/var/bexo").c_str()), 0);
+  bexo_test::WriteFile(Path("/var/bexo"), "a file where the directory belongs");
+  BEXO::CommonIPCServer server(kPort);
+  EXPECT_EQ(server.CreateSocket(), -1);
+  EXPECT_FALSE(server.StartListening());
+}
+
+// A world-writable socket replaces a stale file. Stopping leaves it open
+// (connections queue, unserved); closing or destroying the server makes
+// clients fail, without a retry sleep.
+TEST_F(CommonIPCServerTest, StartStopCloseAndDestroy) {
+  BEXO::CommonIPCServer idle(kPort);
+  idle.StopListening();
+  idle.StopListening();
+  EXPECT_FALSE(bexo_test::FileExists(SocketPath()));
+
   bexo_test::WriteFile(SocketPath(), "left over");
+  bexo::SetIpcClientSecondForTesting(5);
   BEXO::CommonIPCServer server(kPort);
   server.SetHandler(Bracket);
   ASSERT_TRUE(server.StartListening());
@@ -82,43 +99,20 @@ TEST_F(CommonIPCServerTest, WorldWritableSocketReplacesAStaleFile) {
   std::string reply;
   ASSERT_TRUE(IpcExchange(kPort, "a", &reply));
   EXPECT_EQ(reply, "[a]");
-}
-
-TEST_F(CommonIPCServerTest, StartFailsWhenTheSocketCannotBeBound) {
-  ASSERT_EQ(rmdir(Path("/var/bexo").c_str()), 0);
-  bexo_test::WriteFile(Path("/var/bexo"), "a file where the directory belongs");
-  BEXO::CommonIPCServer server(kPort);
-  EXPECT_EQ(server.CreateSocket(), -1);
-  EXPECT_FALSE(server.StartListening());
-}
-
-// Stopping leaves the socket open (connections queue, unserved); closing or
-// destroying the server makes clients fail, without a retry sleep.
-TEST_F(CommonIPCServerTest, StopCloseAndDestroy) {
-  BEXO::CommonIPCServer idle(kPort);
-  idle.StopListening();
-  idle.StopListening();
-  EXPECT_FALSE(bexo_test::FileExists(SocketPath()));
-
-  bexo::SetIpcClientSecondForTesting(5);
-  BEXO::CommonIPCServer server(kPort);
-  server.SetHandler(Bracket);
-  ASSERT_TRUE(server.StartListening());
   server.StopListening();
   EXPECT_TRUE(bexo_test::FileExists(SocketPath()));
   BEXO::CommonIPCClient queued;
   queued.SetupConnection(kPort);
   BEXO::CommonIPCMsgHeader header;
   EXPECT_TRUE(queued.SendToServer("", header));
-  char* reply = nullptr;
-  EXPECT_FALSE(queued.ReceiveFromServer(&reply, &header));
+  char* body = nullptr;
+  EXPECT_FALSE(queued.ReceiveFromServer(&body, &header));
   server.CloseSocket();
-  std::string ignored;
-  EXPECT_FALSE(IpcExchange(kPort, "late", &ignored));
+  EXPECT_FALSE(IpcExchange(kPort, "late", &reply));
 
   { BEXO::CommonIPCServer(kPort).StartListening(); }
   bexo::SetIpcClientSecondForTesting(10000);  // a retry sleep would take 10 s
-  EXPECT_FALSE(IpcExchange(kPort, "anyone?", &ignored));
+  EXPECT_FALSE(IpcExchange(kPort, "anyone?", &reply));
 }
 
 // The root does not exist yet: the server also makes the directories.
