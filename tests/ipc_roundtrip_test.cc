@@ -32,7 +32,9 @@ int CountDescriptors(pid_t pid) {
   return error ? -1 : static_cast<int>(std::distance(fds, std::filesystem::directory_iterator()));
 }
 
-bool SendBytes(int fd, const std::string& bytes) { return bexo_test::SendAll(fd, bytes.data(), bytes.size()); }
+bool SendBytes(int fd, const std::string& bytes) {
+  return bexo_test::SendAll(fd, bytes.data(), bytes.size());
+}
 
 // Each test gets an echo server in a forked child, which it stops by closing
 // the control pipe.
@@ -139,7 +141,7 @@ TEST_F(IpcRoundTripTest, ManyConcurrentClientsEachGetTheirOwnReply) {
     clients.emplace_back([&, t] {
       while (!go.load()) std::this_thread::yield();
       for (int i = 0; i < 25; ++i) {
-        std::string request = "client " + std::to_string(t) + "/" + std::to_string(i) + std::string(t * 1000, 'p');
+        std::string request = std::to_string(t) + "/" + std::to_string(i) + std::string(t * 1000, 'p');
         std::string reply;
         if (!IpcExchange(kPort, request, &reply) || reply != request) ++wrong;
       }
