@@ -19,8 +19,8 @@
 
 namespace {
 
-using bexo_test::ReadExactly;
 using bexo_test::SendAll;
+using std::string_literals::operator""s;
 using Clock = std::chrono::steady_clock;
 
 constexpr int kPort = 7301;
@@ -45,13 +45,11 @@ class FakeServer {
   int fd_;
 };
 
-// Reads one request frame from `fd`, returning its body.
 std::string ReadRequest(int fd) {
   uint32_t length = 0;
-  if (!ReadExactly(fd, &length, sizeof length)) return "<no header>";
+  if (!bexo_test::ReadExactly(fd, &length, sizeof length)) return "<no header>";
   std::string body(length, '\0');
-  if (!ReadExactly(fd, &body[0], length)) return "<short body>";
-  return body;
+  return bexo_test::ReadExactly(fd, &body[0], length) ? body : "<short body>";
 }
 
 class CommonIPCClientTest : public bexo_test::TempRootTest {
@@ -68,37 +66,41 @@ class CommonIPCClientTest : public bexo_test::TempRootTest {
     header.length = static_cast<uint32_t>(body.size());
     return client->SendToServer(body.data(), header);
   }
+
+  // A failed read must leave no body and a zero length; a good one a
+  // NUL-terminated body.
+  static bool Receive(BEXO::CommonIPCClient* client, std::string* body = nullptr) {
+    char* reply = nullptr;
+    BEXO::CommonIPCMsgHeader header;
+    header.length = 9;
+    if (!client->ReceiveFromServer(&reply, &header)) {
+      EXPECT_EQ(header.length, 0u);
+      EXPECT_EQ(reply, nullptr);
+      return false;
+    }
+    EXPECT_EQ(reply[header.length], '\0');
+    if (body != nullptr) body->assign(reply, header.length);
+    delete[] reply;
+    return true;
+  }
 };
 
 // Without a server the first connect error ends the attempt: with a client
 // second stretched to 10 s, a single back-off sleep would show.
-enum class Absent { kNoFile, kStaleSocket, kRegularFile };
-
-class CommonIPCClientNoServerTest : public CommonIPCClientTest,
-                                    public ::testing::WithParamInterface<Absent> {};
-
-TEST_P(CommonIPCClientNoServerTest, FailsAtOnceWithoutSleeping) {
-  if (GetParam() == Absent::kStaleSocket) {
-    FakeServer gone(SocketPath(), 5);
-  } else if (GetParam() == Absent::kRegularFile) {
-    bexo_test::WriteFile(SocketPath(), "not a socket");
+TEST_F(CommonIPCClientTest, NoServerFailsAtOnceWithoutSleeping) {
+  for (const char* absence : {"no file", "stale socket", "regular file"}) {
+    SCOPED_TRACE(absence);
+    unlink(SocketPath().c_str());
+    if (absence[0] == 's') FakeServer gone(SocketPath(), 5);
+    if (absence[0] == 'r') bexo_test::WriteFile(SocketPath(), "not a socket");
+    bexo::SetIpcClientSecondForTesting(10000);
+    BEXO::CommonIPCClient client;
+    Clock::time_point start = Clock::now();
+    EXPECT_FALSE(Send(&client, "V1\r\nPING\r\n"));
+    EXPECT_LT(SecondsSince(start), 5.0);
+    EXPECT_FALSE(Receive(&client));
   }
-  bexo::SetIpcClientSecondForTesting(10000);
-  BEXO::CommonIPCClient client;
-  Clock::time_point start = Clock::now();
-  EXPECT_FALSE(Send(&client, "V1\r\nPING\r\n"));
-  EXPECT_LT(SecondsSince(start), 5.0);
-
-  char* reply = nullptr;
-  BEXO::CommonIPCMsgHeader header;
-  header.length = 9;
-  EXPECT_FALSE(client.ReceiveFromServer(&reply, &header));
-  EXPECT_EQ(header.length, 0u);
-  EXPECT_EQ(reply, nullptr);
 }
-
-INSTANTIATE_TEST_SUITE_P(Absences, CommonIPCClientNoServerTest,
-                         ::testing::Values(Absent::kNoFile, Absent::kStaleSocket, Absent::kRegularFile));
 
 // Fills the backlog of a server that never accepts; returns the pending sockets.
 std::vector<int> FillBacklog(const std::string& path) {
@@ -125,159 +127,89 @@ TEST_F(CommonIPCClientTest, BusyServerIsRetriedUntilThirtySecondsWereSlept) {
   client.SetupConnection(kPort);
   Clock::time_point start = Clock::now();
   EXPECT_FALSE(client.ConnectToServer());
-  // Sleeps of 1 to 3 seconds until more than 29 were spent: at least 30.
-  EXPECT_GE(SecondsSince(start), 30 * 0.005);
+  EXPECT_GE(SecondsSince(start), 30 * 0.005);  // sleeps of 1 to 3 s until more than 29 were spent
   for (int fd : pending) close(fd);
 }
 
-TEST_F(CommonIPCClientTest, BusyServerThatCatchesUpIsReached) {
-  FakeServer busy(SocketPath(), 0);
-  std::vector<int> pending = FillBacklog(SocketPath());
-  bexo::SetIpcClientSecondForTesting(100);  // a budget of at least 3 s real time
-  std::thread drain([&] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(150));
-    for (size_t i = 0; i <= pending.size(); ++i) {
-      int fd = busy.Accept();
-      if (fd >= 0) close(fd);
-    }
-  });
-  BEXO::CommonIPCClient client;
-  client.SetupConnection(kPort);
-  EXPECT_TRUE(client.ConnectToServer());
-  drain.join();
-  for (int fd : pending) close(fd);
-}
-
-TEST_F(CommonIPCClientTest, SilentServerFailsTheReadAfterNinetyFiveSeconds) {
-  FakeServer silent(SocketPath(), 5);
+// The read gives up after 95 silent client seconds (10 ms each here), also
+// when data trickles in: 100 bytes at one per 120 ms would take 12 s.
+TEST_F(CommonIPCClientTest, ReadGivesUpAfterNinetyFiveSilentSeconds) {
   bexo::SetIpcClientSecondForTesting(10);
-  int peer = -1;
-  std::string request;
-  std::thread serve([&] {
-    peer = silent.Accept();
-    request = ReadRequest(peer);
-  });
-  BEXO::CommonIPCClient client;
-  ASSERT_TRUE(Send(&client, "V1\r\nWAIT\r\n"));
-  serve.join();
-  EXPECT_EQ(request, "V1\r\nWAIT\r\n");
-
-  Clock::time_point start = Clock::now();
-  char* reply = nullptr;
-  BEXO::CommonIPCMsgHeader header;
-  EXPECT_FALSE(client.ReceiveFromServer(&reply, &header));
-  EXPECT_GE(SecondsSince(start), 95 * 0.010);
-  EXPECT_EQ(header.length, 0u);
-
-  char byte;
-  EXPECT_EQ(read(peer, &byte, 1), 0) << "the client closes its socket";
-  close(peer);
-}
-
-TEST_F(CommonIPCClientTest, TricklingDataDoesNotRenewTheSilenceBudget) {
-  FakeServer slow(SocketPath(), 5);
-  bexo::SetIpcClientSecondForTesting(10);  // 50 ms rounds
-  std::thread serve([&] {
-    int peer = slow.Accept();
-    ReadRequest(peer);
-    uint32_t length = 100;
-    bool open = SendAll(peer, &length, sizeof length);
-    // One byte per ~2.4 silent rounds: 100 bytes would need about 240 rounds.
-    for (uint32_t i = 0; open && i < length; ++i) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(120));
-      open = SendAll(peer, "x", 1);
-    }
+  for (bool trickle : {false, true}) {
+    SCOPED_TRACE(trickle ? "trickling" : "silent");
+    FakeServer server(SocketPath(), 5);
+    int peer = -1;
+    std::thread serve([&] {
+      EXPECT_EQ(ReadRequest(peer = server.Accept()), "V1\r\nWAIT\r\n");
+      uint32_t length = 100;
+      bool open = trickle && SendAll(peer, &length, sizeof length);
+      for (uint32_t i = 0; open && i < length; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(120));
+        open = SendAll(peer, "x", 1);
+      }
+    });
+    BEXO::CommonIPCClient client;
+    ASSERT_TRUE(Send(&client, "V1\r\nWAIT\r\n"));
+    Clock::time_point start = Clock::now();
+    EXPECT_FALSE(Receive(&client));
+    EXPECT_GE(SecondsSince(start), 95 * 0.010);
+    serve.join();
+    char byte;
+    EXPECT_EQ(read(peer, &byte, 1), 0) << "the client closes its socket";
     close(peer);
-  });
-  BEXO::CommonIPCClient client;
-  ASSERT_TRUE(Send(&client, "V1\r\nSLOW\r\n"));
-  char* reply = nullptr;
-  BEXO::CommonIPCMsgHeader header;
-  EXPECT_FALSE(client.ReceiveFromServer(&reply, &header));
-  serve.join();
+    unlink(SocketPath().c_str());
+  }
 }
 
 // A server that speaks or hangs up before the request is complete makes the
 // write fail (and must not kill the client with SIGPIPE).
-enum class Rude { kTalksFirst, kHangsUp };
-
-class CommonIPCClientRudeServerTest : public CommonIPCClientTest,
-                                      public ::testing::WithParamInterface<Rude> {};
-
-TEST_P(CommonIPCClientRudeServerTest, AbandonsTheWrite) {
-  FakeServer rude(SocketPath(), 5);
-  int peer = -1;
-  std::thread serve([&] {
-    peer = rude.Accept();
-    if (GetParam() == Rude::kTalksFirst) {
-      SendAll(peer, "early", 5);
-    } else {
-      close(peer);
-      peer = -1;
-    }
-  });
-  BEXO::CommonIPCClient client;
-  EXPECT_FALSE(Send(&client, std::string(8 << 20, 'r')));
-  serve.join();
-  if (peer >= 0) close(peer);
-
-  char* reply = nullptr;
-  BEXO::CommonIPCMsgHeader header;
-  EXPECT_FALSE(client.ReceiveFromServer(&reply, &header)) << "the failed write closed the socket";
-}
-
-INSTANTIATE_TEST_SUITE_P(Servers, CommonIPCClientRudeServerTest,
-                         ::testing::Values(Rude::kTalksFirst, Rude::kHangsUp));
-
-// Replies as raw bytes; `body_ok` says whether ReceiveFromServer must succeed.
-struct ReplyCase {
-  const char* name;
-  std::string raw;
-  bool ok;
-  std::string body;
-};
-
-void PrintTo(const ReplyCase& c, std::ostream* out) { *out << c.name; }
-
-class CommonIPCClientReplyTest : public CommonIPCClientTest,
-                                 public ::testing::WithParamInterface<ReplyCase> {};
-
-TEST_P(CommonIPCClientReplyTest, ReadsOneFrame) {
-  FakeServer server(SocketPath(), 5);
-  std::thread serve([&] {
-    int peer = server.Accept();
-    ReadRequest(peer);
-    SendAll(peer, GetParam().raw.data(), GetParam().raw.size());
-    close(peer);
-  });
-  BEXO::CommonIPCClient client;
-  ASSERT_TRUE(Send(&client, "V1\r\nQ\r\n"));
-  char* reply = nullptr;
-  BEXO::CommonIPCMsgHeader header;
-  bool ok = client.ReceiveFromServer(&reply, &header);
-  serve.join();
-  ASSERT_EQ(ok, GetParam().ok);
-  if (!ok) {
-    EXPECT_EQ(header.length, 0u);
-    return;
+TEST_F(CommonIPCClientTest, RudeServerMakesTheWriteFail) {
+  for (bool talks_first : {true, false}) {
+    SCOPED_TRACE(talks_first ? "talks first" : "hangs up");
+    FakeServer rude(SocketPath(), 5);
+    int peer = -1;
+    std::thread serve([&] {
+      peer = rude.Accept();
+      if (talks_first) SendAll(peer, "early", 5);
+      if (!talks_first) close(peer), peer = -1;
+    });
+    BEXO::CommonIPCClient client;
+    EXPECT_FALSE(Send(&client, std::string(8 << 20, 'r')));
+    serve.join();
+    if (peer >= 0) close(peer);
+    EXPECT_FALSE(Receive(&client)) << "the failed write closed the socket";
+    unlink(SocketPath().c_str());
   }
-  ASSERT_EQ(header.length, GetParam().body.size());
-  EXPECT_EQ(std::string(reply, header.length), GetParam().body);
-  EXPECT_EQ(reply[header.length], '\0');
-  delete[] reply;
 }
 
-using std::string_literals::operator""s;
-
-INSTANTIATE_TEST_SUITE_P(
-    Replies, CommonIPCClientReplyTest,
-    ::testing::Values(ReplyCase{"Empty", "\0\0\0\0"s, true, ""},
-                      ReplyCase{"EmbeddedNuls", "\5\0\0\0a\0b\0c"s, true, "a\0b\0c"s},
-                      ReplyCase{"TrailingBytesIgnored", "\2\0\0\0okEXTRA"s, true, "ok"},
-                      ReplyCase{"ShortHeader", "\2\0"s, false, ""},
-                      ReplyCase{"ShortBody", "\x0a\0\0\0abc"s, false, ""},
-                      ReplyCase{"HugeAnnouncedLength", "\xff\xff\xff\xff" "abc"s, false, ""},
-                      ReplyCase{"NoReply", ""s, false, ""}),
-    [](const ::testing::TestParamInfo<ReplyCase>& param) { return std::string(param.param.name); });
+// Raw reply bytes, and the body ReceiveFromServer must yield ("!" when it fails).
+TEST_F(CommonIPCClientTest, ReadsOneFrame) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"\0\0\0\0"s, ""},
+      {"\5\0\0\0a\0b\0c"s, "a\0b\0c"s},
+      {"\2\0\0\0okEXTRA"s, "ok"},  // trailing bytes ignored
+      {"\2\0"s, "!"},
+      {"\x0a\0\0\0abc"s, "!"},
+      {"\xff\xff\xff\xff" "abc"s, "!"},
+      {""s, "!"},
+  };
+  for (const auto& [raw, expected] : cases) {
+    SCOPED_TRACE(::testing::PrintToString(raw));
+    FakeServer server(SocketPath(), 5);
+    std::thread serve([&, raw = raw] {
+      int peer = server.Accept();
+      ReadRequest(peer);
+      SendAll(peer, raw.data(), raw.size());
+      close(peer);
+    });
+    BEXO::CommonIPCClient client;
+    ASSERT_TRUE(Send(&client, "V1\r\nQ\r\n"));
+    std::string body;
+    bool ok = Receive(&client, &body);
+    serve.join();
+    EXPECT_EQ(ok ? body : "!", expected);
+    unlink(SocketPath().c_str());
+  }
+}
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <sstream>
 #include <string>
 
 namespace {
@@ -71,14 +70,6 @@ INSTANTIATE_TEST_SUITE_P(
         ParseCase{"ColonOnlyOnALaterLine", "V1\r\nT\r\nbogus\r\nc:3\r\n", false, 1, "T", {}}),
     [](const ::testing::TestParamInfo<ParseCase>& param) { return std::string(param.param.name); });
 
-TEST(IPCParserTest, StartsEmptyAndInvalid) {
-  BEXO::IPCParser parser;
-  EXPECT_FALSE(parser.valid);
-  EXPECT_EQ(parser.version, 0);
-  EXPECT_TRUE(parser.type.empty());
-  EXPECT_TRUE(parser.fields.empty());
-}
-
 TEST(IPCParserTest, ReparseKeepsEarlierFieldsAndClearsValid) {
   BEXO::IPCParser parser("V1\r\nA\r\nx:1\r\n");
   ASSERT_TRUE(parser.valid);
@@ -86,24 +77,6 @@ TEST(IPCParserTest, ReparseKeepsEarlierFieldsAndClearsValid) {
   EXPECT_FALSE(parser.valid);
   EXPECT_EQ(parser.type, "B");
   EXPECT_EQ(parser.fields, (Fields{{"x", "1"}, {"y", "2"}}));
-}
-
-TEST(IPCParserTest, DumpWritesVersionTypeAndFieldsInNameOrder) {
-  BEXO::IPCParser parser("V1\r\nQUERY\r\nz:last\r\nhost:a:b\r\nempty:\r\n");
-  std::ostringstream out;
-  parser.Dump(out);
-  EXPECT_EQ(out.str(), "Version:1\nType:QUERY\nempty:\nhost:a:b\nz:last\n");
-
-  ::testing::internal::CaptureStdout();
-  parser.Dump();
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), out.str());
-}
-
-TEST(IPCParserTest, DumpOfAnInvalidMessagePrintsNothing) {
-  BEXO::IPCParser parser("V1\r\nT\r\na:1\r\nbad\r\n");
-  ::testing::internal::CaptureStdout();
-  parser.Dump();
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
 }
 
 }  // namespace
