@@ -80,6 +80,14 @@ class ReportStressTest : public bexo_test::TempRootTest {
     }
     return pid;
   }
+  // A writer whose `threads` threads each push `count` records.
+  pid_t SpawnPushers(int process, int threads, int count) {
+    return Spawn([=] {
+      std::vector<std::thread> pushers;
+      for (int t = 0; t < threads; ++t) pushers.emplace_back(PushRecords, process, t, count);
+      for (auto& pusher : pushers) pusher.join();
+    });
+  }
   static void WaitAll(const std::vector<pid_t>& pids) {
     for (pid_t pid : pids) {
       int status = 0;
@@ -95,22 +103,14 @@ TEST_F(ReportStressTest, EveryRecordOnceAcrossProcessesThreadsAndRollovers) {
   LogQueue::s_rolloverBytes = 256 * 1024;  // dozens of rollovers
   std::vector<pid_t> pids;
   for (int p = 0; p < kProcesses; ++p) {
-    pids.push_back(Spawn([p] {
-      std::vector<std::thread> threads;
-      for (int t = 0; t < kThreads; ++t) threads.emplace_back(PushRecords, p, t, kRecordsPerThread);
-      for (auto& thread : threads) thread.join();
-    }));
+    pids.push_back(SpawnPushers(p, kThreads, kRecordsPerThread));
   }
   WaitAll(pids);
 
-  std::vector<std::string> files = ListFiles(dir_, "report_log.access.");
-  std::regex current(R"(report_log\.access\.\d{8})");
-  std::regex rolled(R"(report_log\.access\.\d{8}_\d{9})");
   int rolled_files = 0;
-  for (const std::string& name : files) {
-    bool is_rolled = std::regex_match(name, rolled);
-    EXPECT_TRUE(is_rolled || std::regex_match(name, current)) << name;
-    rolled_files += is_rolled;
+  for (const std::string& name : ListFiles(dir_, "report_log.access.")) {
+    EXPECT_TRUE(std::regex_match(name, std::regex(R"(report_log\.access\.\d{8}(_\d{9})?)"))) << name;
+    rolled_files += name.find('_', sizeof "report_log.access.") != std::string::npos;
   }
   EXPECT_GT(rolled_files, 5);
 
@@ -123,35 +123,22 @@ TEST_F(ReportStressTest, EveryRecordOnceAcrossProcessesThreadsAndRollovers) {
 TEST_F(ReportStressTest, KilledWriterLosesOnlyItsPendingBatch) {
   int ready[2];
   ASSERT_EQ(pipe(ready), 0);
-  auto wait_ready = [&ready] {
-    char done;
-    return read(ready[0], &done, 1) == 1;
-  };
+  char byte = 1;
   // The victim writes 250 records (two full batches), reports, and waits to die.
-  pid_t victim = Spawn([&ready] {
+  pid_t victim = Spawn([&] {
     PushRecords(9, 0, 250);
-    char done = 1;
-    ssize_t ignored = write(ready[1], &done, 1);
-    (void)ignored;
-    pause();
+    if (write(ready[1], &byte, 1) == 1) pause();
   });
-  ASSERT_TRUE(wait_ready());
+  ASSERT_EQ(read(ready[0], &byte, 1), 1);
   // A second victim dies holding the family's cross-process lock.
-  pid_t holder = Spawn([&ready] {
+  pid_t holder = Spawn([&] {
     s_AccessLogFileMutex.lock();
-    char done = 1;
-    ssize_t ignored = write(ready[1], &done, 1);
-    (void)ignored;
-    pause();
+    if (write(ready[1], &byte, 1) == 1) pause();
   });
-  ASSERT_TRUE(wait_ready());
+  ASSERT_EQ(read(ready[0], &byte, 1), 1);
   std::vector<pid_t> survivors;
   for (int p = 0; p < 2; ++p) {
-    survivors.push_back(Spawn([p] {
-      std::vector<std::thread> threads;
-      for (int t = 0; t < 2; ++t) threads.emplace_back(PushRecords, p, t, 3000);
-      for (auto& thread : threads) thread.join();
-    }));
+    survivors.push_back(SpawnPushers(p, 2, 3000));
   }
   usleep(20000);  // the survivors are running (or blocked on the held lock)
   kill(victim, SIGKILL);
