@@ -9,6 +9,7 @@
 #include <regex>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "LogQueue.h"
@@ -35,20 +36,16 @@ std::string Record(int process, int thread, int seq) {
   return line + "\n";
 }
 
-struct Seen {
-  std::map<std::tuple<int, int, int>, int> count;
-  int malformed = 0;
-};
+using Seen = std::map<std::tuple<int, int, int>, int>;
+const std::tuple<int, int, int> kMalformed{-1, -1, -1};
 
+// How often each record appears; torn or spliced lines count as kMalformed.
 Seen Collect(const std::string& content) {
   Seen seen;
   for (const std::string& line : SplitLines(content)) {
     int p = -1, t = -1, s = -1;
-    if (sscanf(line.c_str(), "%d %d %d", &p, &t, &s) != 3 || Record(p, t, s) != line + "\n") {
-      ++seen.malformed;
-      continue;
-    }
-    ++seen.count[{p, t, s}];
+    bool whole = sscanf(line.c_str(), "%d %d %d", &p, &t, &s) == 3 && Record(p, t, s) == line + "\n";
+    ++seen[whole ? std::make_tuple(p, t, s) : kMalformed];
   }
   return seen;
 }
@@ -115,9 +112,9 @@ TEST_F(ReportStressTest, EveryRecordOnceAcrossProcessesThreadsAndRollovers) {
   EXPECT_GT(rolled_files, 5);
 
   Seen seen = Collect(ReadFamily(dir_, "report_log.access."));
-  EXPECT_EQ(seen.malformed, 0);
-  ASSERT_EQ(seen.count.size(), static_cast<size_t>(kProcesses * kThreads * kRecordsPerThread));
-  for (const auto& entry : seen.count) ASSERT_EQ(entry.second, 1);
+  EXPECT_EQ(seen.count(kMalformed), 0u);
+  ASSERT_EQ(seen.size(), static_cast<size_t>(kProcesses * kThreads * kRecordsPerThread));
+  for (const auto& entry : seen) ASSERT_EQ(entry.second, 1);
 }
 
 TEST_F(ReportStressTest, KilledWriterLosesOnlyItsPendingBatch) {
@@ -150,14 +147,14 @@ TEST_F(ReportStressTest, KilledWriterLosesOnlyItsPendingBatch) {
   close(ready[1]);
 
   Seen seen = Collect(ReadFamily(dir_, "report_log.access."));
-  EXPECT_EQ(seen.malformed, 0);
+  EXPECT_EQ(seen.count(kMalformed), 0u);
   for (int p = 0; p < 2; ++p) {
     for (int t = 0; t < 2; ++t) {
-      for (int s = 0; s < 3000; ++s) ASSERT_EQ((seen.count[{p, t, s}]), 1) << p << " " << t << " " << s;
+      for (int s = 0; s < 3000; ++s) ASSERT_EQ((seen[{p, t, s}]), 1) << p << " " << t << " " << s;
     }
   }
   for (int s = 0; s < 250; ++s) {
-    EXPECT_EQ((seen.count[{9, 0, s}]), s < 200 ? 1 : 0) << s;
+    EXPECT_EQ((seen[{9, 0, s}]), s < 200 ? 1 : 0) << s;
   }
 }
 
