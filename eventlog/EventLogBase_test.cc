@@ -41,7 +41,9 @@ class EventLogTest : public bexo_test::TempRootTest {
   }
 
   // The real path of today's output file with `counter`.
-  std::string OutputFile(int counter, const char* prefix = kPrefix) { return bexo_test::DatedFile(Path(prefix), counter); }
+  std::string OutputFile(int counter, const char* prefix = kPrefix) {
+    return bexo_test::DatedFile(Path(prefix), counter);
+  }
   bool Logged(const std::string& entry) const {
     return std::find(messages_.begin(), messages_.end(), entry) != messages_.end();
   }

@@ -42,7 +42,10 @@ std::string Text(std::mt19937& rng) {
   std::string text;
   for (size_t i = 0; i < length; ++i) {
     unsigned r = rng() % 100;
-    text += r < 3 ? '\t' : r < 6 ? static_cast<char>(0x80 + rng() % 0x80) : r < 8 ? '%' : static_cast<char>('a' + rng() % 26);
+    text += r < 3   ? '\t'
+            : r < 6 ? static_cast<char>(0x80 + rng() % 0x80)
+            : r < 8 ? '%'
+                    : static_cast<char>('a' + rng() % 26);
   }
   return text;
 }

@@ -101,7 +101,8 @@ TEST_F(EventLogForkTest, WorkersShareOneBufferAndNoLineIsLostOrRepeated) {
   // Today's files, in counter order.
   const std::string first = bexo_test::DatedFile(Path(kPrefix), 1);
   const std::string dir = Path("/var/bexo/log");
-  std::vector<std::string> files = bexo_test::ListFiles(dir, first.substr(dir.size() + 1, first.size() - dir.size() - 5));
+  std::vector<std::string> files =
+      bexo_test::ListFiles(dir, first.substr(dir.size() + 1, first.size() - dir.size() - 5));
   const size_t total_bytes = size_t{kWorkers} * kThreads * kLines * kLineSize;
   // Every file but the last was appended to until it reached the maximum; one
   // dump (at most one buffer) may have taken it past.
