@@ -31,6 +31,14 @@ int BindLoopback(int type, int* port) {
   return fd;
 }
 
+// The next bytes on `fd`, waiting up to 20 s; "" when none came.
+std::string ReceiveFrom(int fd) {
+  pollfd waiting{fd, POLLIN, 0};
+  char buffer[4096];
+  ssize_t n = poll(&waiting, 1, 20000) == 1 ? recv(fd, buffer, sizeof buffer, 0) : 0;
+  return std::string(buffer, n > 0 ? static_cast<size_t>(n) : 0);
+}
+
 class SystemEventLogTest : public bexo_test::TempRootTest {
  protected:
   void Configure(const std::string& lines) {
@@ -43,28 +51,25 @@ class SystemEventLogTest : public bexo_test::TempRootTest {
   }
 };
 
-TEST_F(SystemEventLogTest, Rfc5424OverTheLocalSocket) {
+TEST_F(SystemEventLogTest, LocalSocketFormatsAndFailure) {
   bexo_test::SyslogSink sink(Path("/var/bexo/log.sock"));
   Configure("syslog_socket = " + Path("/var/bexo/log.sock") + "\nFacility = 16\n");
   EXPECT_EQ(SystemEventLogF(321638, 11, "%s=%d", "tk_x", 5), 0);
   EXPECT_EQ(SystemEventLog(42, 3), 0);
   std::string first = sink.Receive();
-  std::regex shape(R"(<134>1 \d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{6}[+-]\d\d:\d\d \S+ \S+ \d+ 321638 - tk_x=5)");
-  EXPECT_TRUE(std::regex_match(first, shape)) << first;
-  bexo_test::SyslogMessage second = bexo_test::ParseRfc5424(sink.Receive());
-  EXPECT_TRUE(second.valid);
-  EXPECT_EQ(second.priority, 16 * 8 + 3);
-  EXPECT_EQ(second.msgid, "42");
-  EXPECT_EQ(second.text, "");
-}
+  std::regex rfc5424(R"(<134>1 \d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{6}[+-]\d\d:\d\d \S+ \S+ \d+ 321638 - tk_x=5)");
+  EXPECT_TRUE(std::regex_match(first, rfc5424)) << first;
+  std::string second = sink.Receive();
+  EXPECT_TRUE(std::regex_match(second, std::regex(R"(<131>1 \S+ \S+ \S+ \d+ 42 -)"))) << second;
 
-TEST_F(SystemEventLogTest, Rfc3164Format) {
-  bexo_test::SyslogSink sink(Path("/var/bexo/log.sock"));
   Configure("syslog_socket = " + Path("/var/bexo/log.sock") + "\nsyslog_format = rfc3164\n");
   EXPECT_EQ(SystemEventLogF(320018, 11, "%s", "virus"), 0);
   std::string message = sink.Receive();
   EXPECT_TRUE(std::regex_match(message, std::regex(R"(<14>[A-Z][a-z]{2} [ \d]\d \d\d:\d\d:\d\d \S+ \S+\[\d+\]: \[320018\] virus)")))
       << message;
+
+  Configure("syslog_socket = " + Path("/var/bexo/nobody.sock") + "\n");
+  EXPECT_EQ(SystemEventLogF(1, 11, "%s", "lost"), -1);
 }
 
 TEST_F(SystemEventLogTest, UdpToALoopbackReceiver) {
@@ -73,16 +78,13 @@ TEST_F(SystemEventLogTest, UdpToALoopbackReceiver) {
   ASSERT_GE(fd, 0);
   Configure("syslog_transport = udp\nsyslog_host = 127.0.0.1\nsyslog_port = " + std::to_string(port) + "\n");
   EXPECT_EQ(SystemEventLogF(7, 11, "%s", "hello"), 0);
-  pollfd waiting{fd, POLLIN, 0};
-  ASSERT_EQ(poll(&waiting, 1, 20000), 1);
-  char buffer[4096];
-  ssize_t n = recv(fd, buffer, sizeof buffer, 0);
+  std::string datagram = ReceiveFrom(fd);
   close(fd);
-  bexo_test::SyslogMessage message = bexo_test::ParseRfc5424(std::string(buffer, n > 0 ? n : 0));
-  EXPECT_EQ(message.msgid, "7");
-  EXPECT_EQ(message.text, "hello");
+  bexo_test::SyslogMessage message = bexo_test::ParseRfc5424(datagram);
+  EXPECT_EQ(message.msgid + "|" + message.text, "7|hello");
 }
 
+// "LEN SP MSG" per message, each length exact.
 TEST_F(SystemEventLogTest, TcpMessagesAreOctetCounted) {
   int port = 0;
   int listener = BindLoopback(SOCK_STREAM, &port);
@@ -94,30 +96,20 @@ TEST_F(SystemEventLogTest, TcpMessagesAreOctetCounted) {
   EXPECT_EQ(SystemEventLogF(1, 11, "%s", "one"), 0);
   EXPECT_EQ(SystemEventLogF(2, 11, "%s", "two"), 0);
   std::string stream;
-  char buffer[4096];
   while (stream.find("two") == std::string::npos) {
-    pollfd waiting{connection, POLLIN, 0};
-    ASSERT_EQ(poll(&waiting, 1, 20000), 1);
-    ssize_t n = recv(connection, buffer, sizeof buffer, 0);
-    ASSERT_GT(n, 0);
-    stream.append(buffer, n);
+    std::string more = ReceiveFrom(connection);
+    ASSERT_FALSE(more.empty());
+    stream += more;
   }
   close(connection);
   close(listener);
-  // "LEN SP MSG" twice, each length exact.
-  size_t space = stream.find(' ');
-  size_t first_length = std::stoul(stream.substr(0, space));
-  std::string first = stream.substr(space + 1, first_length);
-  EXPECT_EQ(bexo_test::ParseRfc5424(first).text, "one");
-  std::string rest = stream.substr(space + 1 + first_length);
-  space = rest.find(' ');
-  EXPECT_EQ(std::stoul(rest.substr(0, space)), rest.size() - space - 1);
-  EXPECT_EQ(bexo_test::ParseRfc5424(rest.substr(space + 1)).text, "two");
-}
-
-TEST_F(SystemEventLogTest, NoReceiverIsAFailure) {
-  Configure("syslog_socket = " + Path("/var/bexo/nobody.sock") + "\n");
-  EXPECT_EQ(SystemEventLogF(1, 11, "%s", "lost"), -1);
+  for (const char* expected : {"one", "two"}) {
+    size_t space = stream.find(' ');
+    size_t length = std::stoul(stream.substr(0, space));
+    EXPECT_EQ(bexo_test::ParseRfc5424(stream.substr(space + 1, length)).text, expected);
+    stream.erase(0, space + 1 + length);
+  }
+  EXPECT_EQ(stream, "");
 }
 
 }  // namespace

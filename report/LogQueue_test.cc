@@ -7,7 +7,6 @@
 
 #include <atomic>
 #include <regex>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -48,8 +47,7 @@ class LogQueueTest : public bexo_test::TempRootTest {
 
 TEST_F(LogQueueTest, AnchorIsLockFree) {
   EXPECT_TRUE(LogQueue::AnchorIsLockFree());
-  std::atomic<uint64_t> word{0};
-  EXPECT_TRUE(word.is_lock_free());
+  EXPECT_TRUE(std::atomic<uint64_t>{0}.is_lock_free());
 }
 
 TEST_F(LogQueueTest, HundredthPushWritesTheBatchNewestFirst) {
@@ -62,66 +60,47 @@ TEST_F(LogQueueTest, HundredthPushWritesTheBatchNewestFirst) {
   EXPECT_EQ(Push("line 100\n"), 0);
   expected = "line 100\n" + expected;
   EXPECT_EQ(ReadFile(Today()), expected);
-  // The count starts again: the next 99 stay pending.
-  for (int i = 0; i < 99; ++i) Push("x\n");
-  EXPECT_EQ(ReadFile(Today()).size(), expected.size());
-}
-
-TEST_F(LogQueueTest, FlushWritesPendingLinesInReverseOrder) {
-  Push("first\n");
-  Push("second\n");
-  Push("third\n");
-  EXPECT_EQ(queue_.FlushLog(), 0);
-  EXPECT_EQ(ReadFile(Today()), "third\nsecond\nfirst\n");
+  std::string pending;
+  for (int i = 0; i < 99; ++i) {  // the count starts again: these stay pending
+    Push(std::to_string(i) + "\n");
+    pending = std::to_string(i) + "\n" + pending;
+  }
+  EXPECT_EQ(ReadFile(Today()), expected);
+  EXPECT_EQ(queue_.FlushLog(), 0);  // a flush writes newest first too
+  EXPECT_EQ(ReadFile(Today()), expected + pending);
   EXPECT_EQ(queue_.GetAnchorAndRelease().head, nullptr);
 }
 
 TEST_F(LogQueueTest, FlushOfNothingOrEmptyLinesTouchesNoFile) {
   EXPECT_EQ(queue_.FlushLog(), 0);
   Push("");
-  Push("");
   EXPECT_EQ(queue_.FlushLog(), 0);
   EXPECT_TRUE(ListFiles(dir_, "report_log").empty());
 }
 
-TEST_F(LogQueueTest, AnchorCountsPushesSinceTheLastTake) {
-  Push("a\n");
-  Push("b\n");
-  LogQueue::Anchor anchor = queue_.GetAnchorAndRelease();
-  EXPECT_EQ(anchor.count, 2u);
-  ASSERT_NE(anchor.head, nullptr);
-  EXPECT_EQ(std::string(anchor.head->line, anchor.head->length), "b\n");
-  EXPECT_EQ(std::string(anchor.head->next->line, anchor.head->next->length), "a\n");
-  free(anchor.head->next);
-  free(anchor.head);
-  EXPECT_EQ(queue_.GetAnchorAndRelease().count, 0u);
-}
-
+// Also checks the names: "<path>.YYYYMMDD" (local date), rolled "<name>_NNNNNNNNN".
 TEST_F(LogQueueTest, FileReachingTheThresholdExactlyIsRolledOver) {
-  LogQueue::s_rolloverBytes = 10;
-  Push("123456789\n");  // exactly 10 bytes
-  ASSERT_EQ(queue_.FlushLog(), 0);
-  std::vector<std::string> files = ListFiles(dir_, "report_log.access");
-  ASSERT_EQ(files.size(), 1u);
-  EXPECT_TRUE(std::regex_match(files[0], std::regex(R"(report_log\.access\.\d{8}_\d{9})"))) << files[0];
-  EXPECT_EQ(ReadFile(dir_ + "/" + files[0]), "123456789\n");
-
-  Push("12345678\n");  // 9 bytes: stays current
-  ASSERT_EQ(queue_.FlushLog(), 0);
-  EXPECT_EQ(ListFiles(dir_, "report_log.access").size(), 2u);
-  EXPECT_EQ(ReadFile(Today()), "12345678\n");
-}
-
-TEST_F(LogQueueTest, FileNamesCarryTheLocalDate) {
-  std::string suffix;
-  std::string name = queue_.GetLogFileName(suffix);
   time_t now = time(nullptr);
   struct tm local;
   localtime_r(&now, &local);
   char date[16];
   strftime(date, sizeof date, "%Y%m%d", &local);
-  EXPECT_EQ(name, dir_ + "/report_log.access." + date);
-  EXPECT_TRUE(std::regex_match(suffix, std::regex(R"(_\d{9})"))) << suffix;
+  EXPECT_EQ(Today(), dir_ + "/report_log.access." + date);
+  LogQueue::s_rolloverBytes = 10;
+  Push("123456789\n");  // exactly 10 bytes
+  ASSERT_EQ(queue_.FlushLog(), 0);
+  std::vector<std::string> files = ListFiles(dir_, "report_log.access");
+  ASSERT_EQ(files.size(), 1u);
+  EXPECT_TRUE(std::regex_match(files[0], std::regex(std::string("report_log\\.access\\.") + date + "_\\d{9}")))
+      << files[0];
+  EXPECT_EQ(ReadFile(dir_ + "/" + files[0]), "123456789\n");
+  Push("12345678\n");  // 9 bytes: stays current
+  ASSERT_EQ(queue_.FlushLog(), 0);
+  EXPECT_EQ(ListFiles(dir_, "report_log.access").size(), 2u);
+  EXPECT_EQ(ReadFile(Today()), "12345678\n");
+  struct stat st;
+  ASSERT_EQ(stat(Today().c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0660u) << "group-writable";
 }
 
 // Local time is moved (through TZ) to just before midnight; appends on either
@@ -129,8 +108,7 @@ TEST_F(LogQueueTest, FileNamesCarryTheLocalDate) {
 TEST_F(LogQueueTest, AppendsAcrossMidnightGoToTwoFiles) {
   const char* old_tz = getenv("TZ");
   std::string saved = old_tz ? old_tz : "";
-  time_t now = time(nullptr);
-  long offset = (86397 - static_cast<long>(now % 86400) + 86400) % 86400;  // local 23:59:57
+  long offset = (86397 - static_cast<long>(time(nullptr) % 86400) + 86400) % 86400;  // local 23:59:57
   if (offset > 43200) offset -= 86400;
   char tz[64];
   long magnitude = labs(offset);
@@ -161,58 +139,37 @@ TEST_F(LogQueueTest, MissingDirectoryReportsOpenAndWriteFailures) {
   EXPECT_EQ(messages_[1], "Report log write failed with [9:Bad file descriptor]");
 }
 
-TEST_F(LogQueueTest, ReportFilesAreGroupWritable) {
-  Push("x\n");
-  ASSERT_EQ(queue_.FlushLog(), 0);
-  struct stat st;
-  ASSERT_EQ(stat(Today().c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 0777, 0660u);
-}
-
-struct LockCase {
-  BEXONamedMutex* mutex;
-  const char* lock_file;
-  const char* sample_name;
-};
-// Shown in test names instead of the bytes of the case.
-void PrintTo(const LockCase& c, std::ostream* out) { *out << c.lock_file; }
-
-
-class ReportLockTest : public LogQueueTest, public ::testing::WithParamInterface<LockCase> {};
-
-TEST_P(ReportLockTest, FamilyLockUsesItsLockFile) {
-  const LockCase& c = GetParam();
-  EXPECT_EQ(&GetReportFileMutex(c.sample_name), c.mutex);
-  ASSERT_EQ(c.mutex->lock(), 0);
-  c.mutex->unlock();
-  EXPECT_TRUE(bexo_test::FileExists(Path(std::string("/etc/kvelo/") + c.lock_file))) << c.lock_file;
+// Each family's lock and its lock file; the first family named in a file
+// name wins, an unknown one gets the access lock and a message.
+TEST_F(LogQueueTest, FileNamePicksTheFamilyLock) {
+  const struct {
+    const char* file_name;
+    BEXONamedMutex* mutex;
+    const char* lock_file;
+  } cases[] = {
+      {"report_log.access.20240131", &s_AccessLogFileMutex, "_BEXO_RPT_LOG_LOCK_ACCESS"},
+      {"r.systemevent.20240131_1", &s_SystemEventLogFileMutex, "_BEXO_RPT_LOG_LOCK_SYSTEMEVENT"},
+      {"r.violation.20240131", &s_ViolationLogFileMutex, "_BEXO_RPT_LOG_LOCK_VIOLATION"},
+      {"r.performance.20240131", &s_PerformanceLogFileMutex, "_BEXO_RPT_LOG_LOCK_PERFORMANCE"},
+      {"r.cleanup.20240131", &s_CleanupLogFileMutex, "_BEXO_RPT_LOG_LOCK_CLEANUP"},
+      {"r.app.20240131", &s_AppLogFileMutex, "_BEXO_RPT_LOG_LOCK_APPLOG"},
+      {"r.apparmdashboard.20240131", &s_AppArmdashboardLogFileMutex, "_BEXO_RPT_LOG_LOCK_APPARMDASHBOARLOG"},
+      {"r.rkdx.20240131", &s_RkdxLogFileMutex, "_BEXO_RPT_LOG_LOCK_RKDXLOG"},
+      {"r.polevtkrau.20240131", &s_PolevtLogFileMutex, "_BEXO_RPT_LOG_LOCK_POLEVT"},
+      {"x.app.access.1", &s_AccessLogFileMutex, nullptr},
+      {"x.cleanup.app.1", &s_CleanupLogFileMutex, nullptr},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.file_name);
+    EXPECT_EQ(&GetReportFileMutex(c.file_name), c.mutex);
+    if (!c.lock_file) continue;
+    ASSERT_EQ(c.mutex->lock(), 0);
+    c.mutex->unlock();
+    EXPECT_TRUE(bexo_test::FileExists(Path(std::string("/etc/kvelo/") + c.lock_file)));
+  }
   EXPECT_TRUE(messages_.empty());
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    AllFamilies, ReportLockTest,
-    ::testing::Values(
-        LockCase{&s_AccessLogFileMutex, "_BEXO_RPT_LOG_LOCK_ACCESS", "report_log.access.20240131"},
-        LockCase{&s_SystemEventLogFileMutex, "_BEXO_RPT_LOG_LOCK_SYSTEMEVENT", "r.systemevent.20240131_1"},
-        LockCase{&s_ViolationLogFileMutex, "_BEXO_RPT_LOG_LOCK_VIOLATION", "r.violation.20240131"},
-        LockCase{&s_PerformanceLogFileMutex, "_BEXO_RPT_LOG_LOCK_PERFORMANCE", "r.performance.20240131"},
-        LockCase{&s_CleanupLogFileMutex, "_BEXO_RPT_LOG_LOCK_CLEANUP", "r.cleanup.20240131"},
-        LockCase{&s_AppLogFileMutex, "_BEXO_RPT_LOG_LOCK_APPLOG", "r.app.20240131"},
-        LockCase{&s_AppArmdashboardLogFileMutex, "_BEXO_RPT_LOG_LOCK_APPARMDASHBOARLOG",
-                 "r.apparmdashboard.20240131"},
-        LockCase{&s_RkdxLogFileMutex, "_BEXO_RPT_LOG_LOCK_RKDXLOG", "r.rkdx.20240131"},
-        LockCase{&s_PolevtLogFileMutex, "_BEXO_RPT_LOG_LOCK_POLEVT", "r.polevtkrau.20240131"}),
-    [](const ::testing::TestParamInfo<LockCase>& param) { return std::string(param.param.lock_file + 1); });
-
-TEST_F(LogQueueTest, UnknownFileNameGetsTheAccessLockAndAMessage) {
   EXPECT_EQ(&GetReportFileMutex("report_log.unknown.20240131"), &s_AccessLogFileMutex);
-  ASSERT_EQ(messages_.size(), 1u);
-  EXPECT_EQ(messages_[0], "Unexpected import log file name: report_log.unknown.20240131");
-}
-
-TEST_F(LogQueueTest, FirstMatchingFamilyWins) {
-  EXPECT_EQ(&GetReportFileMutex("x.app.access.1"), &s_AccessLogFileMutex);
-  EXPECT_EQ(&GetReportFileMutex("x.cleanup.app.1"), &s_CleanupLogFileMutex);
+  EXPECT_EQ(messages_, std::vector<std::string>{"Unexpected import log file name: report_log.unknown.20240131"});
 }
 
 }  // namespace

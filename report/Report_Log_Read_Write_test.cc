@@ -49,166 +49,109 @@ class ReportWriterTest : public bexo_test::TempRootTest {
   Report_Log_Read_Write writer_;
 };
 
-TEST_F(ReportWriterTest, AccessRecord) {
-  ASSERT_EQ(writer_.WriteAccessLog("alice", "http", "www.example.com", 8080, "/dir/page.html?q=1", 12345,
-                                   "text/html", "proxy1", "10.0.0.1", "93.184.216.34", "GET", "uid-7", 42, 3, 2500,
-                                   "News & <Media>", "extra\tvalue"),
-            0);
-  EXPECT_EQ(OnlyLine("access", 3),
-            "alice\thttp://www.example.com:8080/dir/page.html?q=1\t12345\tDATE\thttp\ttext/html\tproxy1\t"
-            "10.0.0.1\t93.184.216.34\twww.example.com\t/dir/page.html\tpage.html?q=1\tGET\tuid-7\t42\t3\t2\t"
-            "2500\tNews &amp; &lt;Media&gt;\textra value\n");
+// One row per record kind: what is written, and every line of its family
+// (newest first, the date field as "DATE").
+struct RecordCase {
+  const char* name;
+  const char* kind;
+  int date_field;
+  void (*write)(Report_Log_Read_Write&);
+  const char* expected;
+};
+void PrintTo(const RecordCase& c, std::ostream* out) { *out << c.name; }
+
+class RecordTest : public ReportWriterTest, public ::testing::WithParamInterface<RecordCase> {};
+
+TEST_P(RecordTest, ExactLines) {
+  GetParam().write(writer_);
+  std::string all;
+  for (const std::string& line : Lines(GetParam().kind, GetParam().date_field)) all += line + "\n";
+  EXPECT_EQ(all, GetParam().expected);
 }
 
-TEST_F(ReportWriterTest, AccessRecordDefaultsForMissingArguments) {
-  ASSERT_EQ(writer_.WriteAccessLog(nullptr, "http", "h", 0, nullptr, 0, nullptr, nullptr, nullptr, nullptr,
-                                   nullptr, nullptr, 0, 0, 999, nullptr, nullptr),
-            0);
-  ASSERT_EQ(writer_.WriteAccessLog("", "ftp", "files/pub", 0, "readme", -1, "", "", "", "", "RETR", "", -5, 0, 0,
-                                   "", ""),
-            0);
-  std::vector<std::string> lines = Lines("access", 3);
-  ASSERT_EQ(lines.size(), 2u);
-  // Newest first within a batch.
-  EXPECT_EQ(lines[0], "Unknown\tftp://files/pub/readme\t-1\tDATE\tftp\t\t\t\t\tfiles\treadme\treadme\tRETR\t\t-5\t0\t0\t0\t\t");
-  EXPECT_EQ(lines[1], "Unknown\thttp://h/\t0\tDATE\thttp\t\t\t\t\th\t/\t\t\t\t0\t0\t0\t999\t\t");
-}
-
-TEST_F(ReportWriterTest, TextArgumentsAreScrubbed) {
-  writer_.WritePerformanceLog("srv\tone\ntwo", "caf\xc3\xa9", "caf\xc3\xa9 \xff");
-  EXPECT_EQ(OnlyLine("performance", 1), "srv one two\tDATE\tcaf\xc3\xa9\tcaf%C3%A9 %FF\n");
-}
-
-TEST_F(ReportWriterTest, LongUrlIsCutAtACharacterBoundaryAndLosesTrailingBackslashes) {
-  // "http://h/" is 9 bytes; the path makes byte 1023 fall inside "é".
-  std::string path = std::string(1011, 'a') + "\\\\" + "\xc3\xa9" + std::string(40, 'b');
-  writer_.WriteBlockingLog("u", "http", "h", 0, path.c_str(), "", "", "", 0, "", "", "", 0);
-  std::vector<std::string> fields = SplitFields(Lines("violation", 1).at(0));
-  EXPECT_EQ(fields[3], "http://h/" + std::string(1011, 'a'));
-}
-
-TEST_F(ReportWriterTest, VirusRecord) {
-  ASSERT_EQ(writer_.WriteVirusLog("bob", "https", "evil.example", 0, "/x/payload.exe", nullptr, "payload.exe",
-                                  "quarantined", "realtime", "av", "rule <1>", 17, nullptr, "Malware & Co", "u9", 1),
-            0);
-  EXPECT_EQ(OnlyLine("violation", 1),
-            "bob\tDATE\thttps\thttps://evil.example/x/payload.exe\tvirus\tpayload.exe\tpayload.exe\tquarantined\t"
-            "realtime\tav\trule &lt;1&gt;\t17\tUnknown\tMalware &amp; Co\tu9\t1\n");
-}
-
-TEST_F(ReportWriterTest, BlockingRecordLeavesVirusFieldsEmpty) {
-  writer_.WriteBlockingLog("carol", "http", "ads.example", 0, "banner.gif", "url filter", "policy", "Ads", 5,
-                           "staff", "Advertising", "u1", 0);
-  EXPECT_EQ(OnlyLine("violation", 1),
-            "carol\tDATE\thttp\thttp://ads.example/banner.gif\t\tbanner.gif\t\t\turl filter\tpolicy\tAds\t5\t"
-            "staff\tAdvertising\tu1\t0\n");
-}
-
-TEST_F(ReportWriterTest, WithAccessInfoVariantsAppendTheAccessFields) {
-  report_access_info info;
-  info.size = 5000000000LL;
-  info.text1 = "text/html";
-  info.text2 = "10.0.0.2";
-  info.text3 = "1.2.3.4";
-  info.text5 = "POST";
-  info.number1 = 7;
-  info.number2 = -8;
-  info.number3 = 9;
-  writer_.WriteBlockingLogWithAccessInfo("d", "http", "a<b/c", 0, "/p", "s", "b", "r", 1, "g", "c", "u", info);
-  EXPECT_EQ(OnlyLine("violation", 1),
-            "d\tDATE\thttp\thttp://a&lt;b/c/p\t\tp\t\t\ts\tb\tr\t1\tg\tc\tu\t5000000000\ttext/html\t10.0.0.2\t"
-            "1.2.3.4\ta&lt;b\tPOST\t7\t-8\t9\n");
-}
-
-TEST_F(ReportWriterTest, EveryWithAccessInfoVariantEndsWithTheSameAccessFields) {
-  report_access_info info;
-  info.size = 12;
-  info.text1 = "t1";
-  info.text2 = "t2";
-  info.text3 = "t3";
-  info.text5 = "t5";
-  info.number1 = 1;
-  info.number2 = 2;
-  info.number3 = 3;
-  bot_log_entry bot;
-  bot.host = "b.example/x";
-  writer_.WriteVirusLogWithAccessInfo("u", "http", "v.example", 0, "/", "Spy", "e", "a", "s", "b", "r", 4, "g", "c",
-                                      "id", info);
-  writer_.WriteBotDetectionLogWithAccessInfo(bot, info);
-  writer_.WriteDLPLogWithAccessInfo("u", "http", "d.example", 0, "/", "m", "f", "e", "a", "s", "r", "g", "id", info);
-  std::vector<std::string> lines = Lines("violation", 1);
-  ASSERT_EQ(lines.size(), 3u);
-  // Newest first: DLP, bot, virus.
-  const char* expected_domains[] = {"d.example", "b.example", "v.example"};
-  const char* expected_category[] = {"dlp filter", "bot detection", "c"};
-  for (size_t i = 0; i < 3; ++i) {
-    std::vector<std::string> fields = SplitFields(lines[i]);
-    ASSERT_EQ(fields.size(), 24u) << lines[i];
-    EXPECT_EQ(fields[13], expected_category[i]);
-    std::string tail;
-    for (size_t f = 15; f < 24; ++f) tail += fields[f] + (f < 23 ? "|" : "");
-    EXPECT_EQ(tail, std::string("12|t1|t2|t3|") + expected_domains[i] + "|t5|1|2|3");
-  }
-  EXPECT_EQ(SplitFields(lines[2])[4], "Spy");
-  EXPECT_EQ(SplitFields(lines[1])[4], "bot");
-}
-
-TEST_F(ReportWriterTest, BotAndDlpRecordsUseTheirFixedFields) {
-  bot_log_entry bot;
-  bot.user = "eve";
-  bot.protocol = "http";
-  bot.host = "c2.example";
-  bot.path = "/beacon";
-  bot.entity_name = "Botnet.X";
-  bot.action = "block";
-  bot.scan_type = "bot scan";
-  bot.rule_name = "bots";
-  bot.group_name = "lab";
-  bot.uid = "u5";
-  bot.filter_action = 1;
-  writer_.WriteBotDetectionLog(bot);
-  EXPECT_EQ(OnlyLine("violation", 1),
-            "eve\tDATE\thttp\thttp://c2.example/beacon\tbot\t\tBotnet.X\tblock\tbot scan\t\tbots\t0\tlab\t"
-            "bot detection\tu5\t1\n");
-  writer_.WriteDLPLog("frank", "https", "drop.example", 443, "/upload", "card number", "cards.xlsx", "cards.xlsx",
-                      "block", "dlp", "PCI", "fin", "u6", 0);
-  std::vector<std::string> lines = Lines("violation", 1);
-  ASSERT_EQ(lines.size(), 2u);
-  EXPECT_EQ(lines[1],
-            "frank\tDATE\thttps\thttps://drop.example:443/upload\tcard number\tcards.xlsx\tcards.xlsx\tblock\tdlp\t"
-            "\tPCI\t0\tfin\tdlp filter\tu6\t0");
-}
-
-TEST_F(ReportWriterTest, ContactAlertRecord) {
-  writer_.WriteRkdxLog("gina", "dns", "cb.example/x", 0, "/q", "laptop-3", "Callback", "", "10.1.1.1", "6.6.6.6",
-                       53, 2, 4, "u7", 1);
-  EXPECT_EQ(OnlyLine("rkdx", 1),
-            "gina\tDATE\tdns\tdns://cb.example/x/q\tcb.example\tlaptop-3\tCallback\tUnknown\t10.1.1.1\t6.6.6.6\t53\t"
-            "2\t4\tu7\t1\n");
-}
-
-TEST_F(ReportWriterTest, CleanupRecord) {
-  kls_cleanuplog_entry entry;
-  entry.uid = "u8";
-  entry.entity_name = "trojan.exe";
-  entry.entity_type = "file";
-  entry.entity_subtype = "pe";
-  entry.function_code = "DELETE";
-  writer_.WriteKLSCleanUpLog(entry);
-  EXPECT_EQ(OnlyLine("cleanup", 2), "u8\tUnknown\tDATE\ttrojan.exe\tfile\tpe\tDELETE\n");
-}
-
-TEST_F(ReportWriterTest, SystemEventRecordKeepsTheLowFourBitsOfTheLevel) {
-  writer_.WriteSystemEventLog(18, "gw1", "proxy", "started");
-  EXPECT_EQ(OnlyLine("systemevent", 1), "gw1\tDATE\t2\tproxy\tstarted\n");
-}
+INSTANTIATE_TEST_SUITE_P(
+    AllKinds, RecordTest,
+    ::testing::Values(
+        RecordCase{"Access", "access", 3, [](Report_Log_Read_Write& w) {
+                     EXPECT_EQ(w.WriteAccessLog("alice", "http", "www.example.com", 8080, "/dir/page.html?q=1", 12345,
+                                                "text/html", "proxy1", "10.0.0.1", "93.184.216.34", "GET", "uid-7", 42,
+                                                3, 2500, "News & <Media>", "extra\tvalue"), 0); },
+                   "alice\thttp://www.example.com:8080/dir/page.html?q=1\t12345\tDATE\thttp\ttext/html\tproxy1\t"
+                   "10.0.0.1\t93.184.216.34\twww.example.com\t/dir/page.html\tpage.html?q=1\tGET\tuid-7\t42\t3\t2\t"
+                   "2500\tNews &amp; &lt;Media&gt;\textra value\n"},
+        RecordCase{"AccessDefaults", "access", 3, [](Report_Log_Read_Write& w) {
+                     w.WriteAccessLog(nullptr, "http", "h", 0, nullptr, 0, nullptr, nullptr, nullptr, nullptr, nullptr,
+                                      nullptr, 0, 0, 999, nullptr, nullptr);
+                     w.WriteAccessLog("", "ftp", "files/pub", 0, "readme", -1, "", "", "", "", "RETR", "", -5, 0, 0,
+                                      "", ""); },
+                   "Unknown\tftp://files/pub/readme\t-1\tDATE\tftp\t\t\t\t\tfiles\treadme\treadme\tRETR\t\t-5\t0\t0\t0\t\t\n"
+                   "Unknown\thttp://h/\t0\tDATE\thttp\t\t\t\t\th\t/\t\t\t\t0\t0\t0\t999\t\t\n"},
+        RecordCase{"PerformanceScrubbed", "performance", 1, [](Report_Log_Read_Write& w) {
+                     w.WritePerformanceLog("srv\tone\ntwo", "caf\xc3\xa9", "caf\xc3\xa9 \xff"); },
+                   "srv one two\tDATE\tcaf\xc3\xa9\tcaf%C3%A9 %FF\n"},
+        RecordCase{"Virus", "violation", 1, [](Report_Log_Read_Write& w) {
+                     EXPECT_EQ(w.WriteVirusLog("bob", "https", "evil.example", 0, "/x/payload.exe", nullptr,
+                                               "payload.exe", "quarantined", "realtime", "av", "rule <1>", 17, nullptr,
+                                               "Malware & Co", "u9", 1), 0); },
+                   "bob\tDATE\thttps\thttps://evil.example/x/payload.exe\tvirus\tpayload.exe\tpayload.exe\tquarantined\t"
+                   "realtime\tav\trule &lt;1&gt;\t17\tUnknown\tMalware &amp; Co\tu9\t1\n"},
+        RecordCase{"Blocking", "violation", 1, [](Report_Log_Read_Write& w) {
+                     w.WriteBlockingLog("carol", "http", "ads.example", 0, "banner.gif", "url filter", "policy", "Ads",
+                                        5, "staff", "Advertising", "u1", 0); },
+                   "carol\tDATE\thttp\thttp://ads.example/banner.gif\t\tbanner.gif\t\t\turl filter\tpolicy\tAds\t5\t"
+                   "staff\tAdvertising\tu1\t0\n"},
+        RecordCase{"BlockingWithAccessInfo", "violation", 1, [](Report_Log_Read_Write& w) {
+                     w.WriteBlockingLogWithAccessInfo(
+                         "d", "http", "a<b/c", 0, "/p", "s", "b", "r", 1, "g", "c", "u",
+                         report_access_info{5000000000LL, "text/html", "10.0.0.2", "1.2.3.4", "POST", 7, -8, 9}); },
+                   "d\tDATE\thttp\thttp://a&lt;b/c/p\t\tp\t\t\ts\tb\tr\t1\tg\tc\tu\t5000000000\ttext/html\t10.0.0.2\t"
+                   "1.2.3.4\ta&lt;b\tPOST\t7\t-8\t9\n"},
+        RecordCase{"Bot", "violation", 1, [](Report_Log_Read_Write& w) {
+                     w.WriteBotDetectionLog(bot_log_entry{"eve", "http", "c2.example", 0, "/beacon", "Botnet.X", "block",
+                                                          "bot scan", "bots", "lab", "u5", 1}); },
+                   "eve\tDATE\thttp\thttp://c2.example/beacon\tbot\t\tBotnet.X\tblock\tbot scan\t\tbots\t0\tlab\t"
+                   "bot detection\tu5\t1\n"},
+        RecordCase{"Dlp", "violation", 1, [](Report_Log_Read_Write& w) {
+                     w.WriteDLPLog("frank", "https", "drop.example", 443, "/upload", "card number", "cards.xlsx",
+                                   "cards.xlsx", "block", "dlp", "PCI", "fin", "u6", 0); },
+                   "frank\tDATE\thttps\thttps://drop.example:443/upload\tcard number\tcards.xlsx\tcards.xlsx\tblock\t"
+                   "dlp\t\tPCI\t0\tfin\tdlp filter\tu6\t0\n"},
+        RecordCase{"VirusWithAccessInfo", "violation", 1, [](Report_Log_Read_Write& w) {
+                     w.WriteVirusLogWithAccessInfo("u", "http", "v.example", 0, "/", "Spy", "e", "a", "s", "b", "r", 4,
+                                                   "g", "c", "id",
+                                                   report_access_info{12, "t1", "t2", "t3", "t5", 1, 2, 3}); },
+                   "u\tDATE\thttp\thttp://v.example/\tSpy\t\te\ta\ts\tb\tr\t4\tg\tc\tid\t"
+                   "12\tt1\tt2\tt3\tv.example\tt5\t1\t2\t3\n"},
+        RecordCase{"BotWithAccessInfo", "violation", 1, [](Report_Log_Read_Write& w) {
+                     bot_log_entry bot{};
+                     bot.host = "b.example/x";
+                     w.WriteBotDetectionLogWithAccessInfo(bot,
+                                                          report_access_info{12, "t1", "t2", "t3", "t5", 1, 2, 3}); },
+                   "Unknown\tDATE\t\t://b.example/x/\tbot\t\t\t\t\t\t\t0\tUnknown\tbot detection\t\t"
+                   "12\tt1\tt2\tt3\tb.example\tt5\t1\t2\t3\n"},
+        RecordCase{"DlpWithAccessInfo", "violation", 1, [](Report_Log_Read_Write& w) {
+                     w.WriteDLPLogWithAccessInfo("u", "http", "d.example", 0, "/", "m", "f", "e", "a", "s", "r", "g", "id",
+                                                 report_access_info{12, "t1", "t2", "t3", "t5", 1, 2, 3}); },
+                   "u\tDATE\thttp\thttp://d.example/\tm\tf\te\ta\ts\t\tr\t0\tg\tdlp filter\tid\t"
+                   "12\tt1\tt2\tt3\td.example\tt5\t1\t2\t3\n"},
+        RecordCase{"ContactAlert", "rkdx", 1, [](Report_Log_Read_Write& w) {
+                     w.WriteRkdxLog("gina", "dns", "cb.example/x", 0, "/q", "laptop-3", "Callback", "", "10.1.1.1",
+                                    "6.6.6.6", 53, 2, 4, "u7", 1); },
+                   "gina\tDATE\tdns\tdns://cb.example/x/q\tcb.example\tlaptop-3\tCallback\tUnknown\t10.1.1.1\t6.6.6.6\t"
+                   "53\t2\t4\tu7\t1\n"},
+        RecordCase{"Cleanup", "cleanup", 2, [](Report_Log_Read_Write& w) {
+                     w.WriteKLSCleanUpLog(kls_cleanuplog_entry{"u8", nullptr, "trojan.exe", "file", "pe", "DELETE"}); },
+                   "u8\tUnknown\tDATE\ttrojan.exe\tfile\tpe\tDELETE\n"},
+        RecordCase{"SystemEventKeepsTheLowFourBitsOfTheLevel", "systemevent", 1, [](Report_Log_Read_Write& w) {
+                     w.WriteSystemEventLog(18, "gw1", "proxy", "started"); },
+                   "gw1\tDATE\t2\tproxy\tstarted\n"}),
+    [](const ::testing::TestParamInfo<RecordCase>& param) { return std::string(param.param.name); });
 
 TEST_F(ReportWriterTest, ApplicationRecord) {
   time_t when = 1700000000;
   writer_.WriteAppLog(nullptr, "10.0.0.3", "Skype", -1, 2, 4000000000u, 4, 1LL << 40, -2, when, "rule");
-  std::string expected = "Unknown\tDATE\t10.0.0.3\tSkype\t-1\t2\t4000000000\t4\t1099511627776\t-2\t" +
-                         Report_Log_Read_Write::getDate(when) + "\trule\n";
-  EXPECT_EQ(OnlyLine("app", 1), expected);
+  EXPECT_EQ(OnlyLine("app", 1), "Unknown\tDATE\t10.0.0.3\tSkype\t-1\t2\t4000000000\t4\t1099511627776\t-2\t" +
+                                    Report_Log_Read_Write::getDate(when) + "\trule\n");
 }
 
 TEST_F(ReportWriterTest, DashboardRecordIsWrittenAtOnce) {
@@ -221,10 +164,9 @@ TEST_F(ReportWriterTest, DashboardRecordIsWrittenAtOnce) {
 }
 
 TEST_F(ReportWriterTest, LineReachingTheBufferSizeIsDropped) {
-  kls_cleanuplog_entry entry;
   std::string code(2048, 'x');
-  entry.function_code = code.c_str();
-  EXPECT_EQ(writer_.WriteKLSCleanUpLog(entry), -1);
+  EXPECT_EQ(writer_.WriteKLSCleanUpLog(kls_cleanuplog_entry{nullptr, nullptr, nullptr, nullptr, nullptr, code.c_str()}),
+            -1);
   EXPECT_TRUE(Lines("cleanup", -1).empty());
   // The widths bound an access line to 6124 bytes and a line feed, below its 6144-byte buffer.
   std::string wide(2000, 'w');
@@ -262,9 +204,7 @@ struct TextCase {
   std::string input;
   std::string expected;
 };
-// Shown in test names instead of the bytes of the case.
 void PrintTo(const TextCase& c, std::ostream* out) { *out << c.name; }
-
 
 class FieldHelperTest : public ::testing::TestWithParam<TextCase> {};
 

@@ -6,7 +6,7 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <atomic>
 #include <map>
 #include <string>
 #include <thread>
@@ -14,13 +14,12 @@
 #include <vector>
 
 #include "EventLogBase.h"
-#include "eventlog/eventlog_test_support.h"
+#include "report_files.h"
 #include "temp_root.h"
 
 namespace {
 
 using bexo_test::ReadFile;
-using bexo_test::TempRootTest;
 
 constexpr char kLockPath[] = "/var/bexo/FORKTEST.LOCK";
 constexpr char kPrefix[] = "/var/bexo/log/access_log";
@@ -36,50 +35,30 @@ constexpr size_t kLineSize = 64;
 std::string NumberedLine(int worker, int thread, int number) {
   char head[48];
   int n = snprintf(head, sizeof head, "w%d t%d n%06d ", worker, thread, number);
-  std::string line(head, n);
-  const char fill = static_cast<char>('a' + number % 26);
-  line.append(kLineSize - 1 - line.size(), fill);
-  line += '\n';
-  return line;
+  return std::string(head, n) + std::string(kLineSize - 1 - n, static_cast<char>('a' + number % 26)) + "\n";
 }
 
 // Writes this worker's lines from kThreads threads; exit code 0 when every
 // write was taken.
 int RunWorker(BEXOEventLogBase& log, int worker) {
   std::vector<std::thread> threads;
-  std::vector<int> failures(kThreads, 0);
+  std::atomic<int> failures{0};
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&log, &failures, worker, t] {
       for (int i = 0; i < kLines; ++i) {
         std::string line = NumberedLine(worker, t, i);
-        if (log.WriteMemoryLog(line.data(), static_cast<unsigned>(line.size())) != 1) ++failures[t];
+        if (log.WriteMemoryLog(line.data(), static_cast<unsigned>(line.size())) != 1) ++failures;
       }
     });
   }
   for (auto& thread : threads) thread.join();
-  for (int f : failures) {
-    if (f != 0) return 1;
-  }
-  return 0;
+  return failures == 0 ? 0 : 1;
 }
 
-class EventLogForkTest : public TempRootTest {
- protected:
-  void SetUp() override {
-    TempRootTest::SetUp();
-    mkdir(Path("/var/bexo/log").c_str(), 0755);
-  }
-
-  // Today's output files, in counter order.
-  std::vector<std::string> TodaysFiles() const {
-    std::string first = bexo_eventlog_test::DatedFile(Path(kPrefix), 1);
-    size_t slash = first.rfind('/');
-    return bexo_eventlog_test::FilesStartingWith(first.substr(0, slash),
-                                                 first.substr(slash + 1, first.size() - slash - 5));
-  }
-};
+class EventLogForkTest : public bexo_test::TempRootTest {};
 
 TEST_F(EventLogForkTest, WorkersShareOneBufferAndNoLineIsLostOrRepeated) {
+  mkdir(Path("/var/bexo/log").c_str(), 0755);
   BEXOEventLogBase log(kLockPath, "access");
   ASSERT_EQ(log.Initialize(true, kBufferSize, kPrefix, 2, "en", false, kMaxFileSize), 0);
 
@@ -92,8 +71,7 @@ TEST_F(EventLogForkTest, WorkersShareOneBufferAndNoLineIsLostOrRepeated) {
     ASSERT_GE(pid, 0);
     if (pid == 0) {
       close(start[1]);
-      char byte;
-      while (read(start[0], &byte, 1) > 0) {
+      for (char byte; read(start[0], &byte, 1) > 0;) {
       }
       _exit(RunWorker(log, w));
     }
@@ -120,7 +98,11 @@ TEST_F(EventLogForkTest, WorkersShareOneBufferAndNoLineIsLostOrRepeated) {
   }
   ASSERT_EQ(log.Flush(), 1);
 
-  std::vector<std::string> files = TodaysFiles();
+  // Today's files, in counter order.
+  const std::string first = bexo_test::DatedFile(Path(kPrefix), 1);
+  const std::string dir = Path("/var/bexo/log");
+  std::vector<std::string> files =
+      bexo_test::ListFiles(dir, first.substr(dir.size() + 1, first.size() - dir.size() - 5));
   const size_t total_bytes = size_t{kWorkers} * kThreads * kLines * kLineSize;
   // Every file but the last was appended to until it reached the maximum; one
   // dump (at most one buffer) may have taken it past.
@@ -130,7 +112,7 @@ TEST_F(EventLogForkTest, WorkersShareOneBufferAndNoLineIsLostOrRepeated) {
     char counter[24];
     snprintf(counter, sizeof counter, "%04zu", i + 1);
     EXPECT_EQ(files[i].substr(files[i].size() - 4), counter);
-    std::string content = ReadFile(files[i]);
+    std::string content = ReadFile(dir + "/" + files[i]);
     if (i + 1 < files.size()) {
       EXPECT_GE(content.size(), static_cast<size_t>(kMaxFileSize)) << files[i];
       EXPECT_LT(content.size(), kMaxFileSize + kBufferSize) << files[i];
@@ -141,7 +123,6 @@ TEST_F(EventLogForkTest, WorkersShareOneBufferAndNoLineIsLostOrRepeated) {
 
   // Each writer's lines appear whole, once, and in the order it wrote them.
   std::map<std::pair<int, int>, int> next;
-  size_t lines = 0;
   for (size_t at = 0; at < all.size(); at += kLineSize) {
     int worker = -1, thread = -1, number = -1;
     ASSERT_EQ(sscanf(all.c_str() + at, "w%d t%d n%d ", &worker, &thread, &number), 3) << "at " << at;
@@ -149,9 +130,7 @@ TEST_F(EventLogForkTest, WorkersShareOneBufferAndNoLineIsLostOrRepeated) {
     int& expected = next[{worker, thread}];
     ASSERT_EQ(number, expected) << "worker " << worker << " thread " << thread;
     ++expected;
-    ++lines;
   }
-  EXPECT_EQ(lines, size_t{kWorkers} * kThreads * kLines);
   EXPECT_EQ(next.size(), size_t{kWorkers} * kThreads);
 }
 

@@ -1,4 +1,5 @@
 // The bexo report and bexo syslog commands, run as a script would.
+#include <regex>
 #include <string>
 
 #include "report_files.h"
@@ -7,61 +8,42 @@
 
 namespace {
 
-using bexo_test::RunCommand;
+class ReportCliTest : public bexo_test::TempRootTest {};
 
-class ReportCliTest : public bexo_test::TempRootTest {
- protected:
-  int Bexo(const std::string& arguments, std::string* output = nullptr) {
-    std::string ignored;
-    return RunCommand(std::string(BEXO_CLI_PATH) + " " + arguments + " 2>/dev/null", output ? output : &ignored);
-  }
-  std::string Family(const std::string& kind) {
-    return bexo_test::ReadFamily(Path("/etc/kvelo/log"), "report_log." + kind + ".");
-  }
-};
-
-TEST_F(ReportCliTest, WriteThenTail) {
-  ASSERT_EQ(Bexo("report write performance gw cpu 42"), 0);
-  ASSERT_EQ(Bexo("report write systemevent 18 gw proxy 'disk full'"), 0);
-  std::vector<std::string> fields = bexo_test::SplitFields(Family("performance"));
-  ASSERT_EQ(fields.size(), 4u);
-  EXPECT_EQ(fields[0] + "|" + fields[2] + "|" + fields[3], "gw|cpu|42\n");
-  std::string table;
-  ASSERT_EQ(Bexo("report tail systemevent", &table), 0);
-  std::vector<std::string> rows = bexo_test::SplitLines(table);
-  ASSERT_EQ(rows.size(), 2u);
-  EXPECT_EQ(rows[0].substr(0, 6), "server");
-  EXPECT_NE(rows[1].find("2  "), std::string::npos) << "level 18 is written as 2";
-  EXPECT_NE(rows[1].find("disk full"), std::string::npos);
-}
-
-TEST_F(ReportCliTest, RecordsFromStandardInput) {
-  ASSERT_EQ(RunCommand("printf 'a\\tm1\\t1\\nb\\tm2\\t2\\n' | " + std::string(BEXO_CLI_PATH) +
-                           " report write performance -",
-                       nullptr),
-            0);
-  EXPECT_EQ(bexo_test::SplitLines(Family("performance")).size(), 2u);
-}
-
-TEST_F(ReportCliTest, WrongUsageIsExitTwo) {
-  EXPECT_EQ(Bexo("report write performance only-one"), 2);
-  EXPECT_EQ(Bexo("report write nosuchkind a"), 2);
-  EXPECT_EQ(Bexo("report tail nosuchfamily"), 2);
-  EXPECT_EQ(Bexo("report"), 2);
-  EXPECT_EQ(Bexo("report tail app"), 1) << "no records yet";
-}
-
-TEST_F(ReportCliTest, SyslogTestReachesTheConfiguredSocket) {
+// The rows run in order against one root; `out` is a pattern.
+TEST_F(ReportCliTest, CommandsInOrder) {
   bexo_test::SyslogSink sink(Path("/var/bexo/log.sock"));
   ASSERT_TRUE(sink.ok());
-  bexo_test::WriteFile(Path("/etc/kvelo/morvane.ini"), "[System-Event]\nsyslog_socket = " + Path("/var/bexo/log.sock") + "\n");
-  std::string output;
-  ASSERT_EQ(Bexo("syslog test 777 hello", &output), 0);
-  EXPECT_EQ(output, "sent event 777\n");
+  bexo_test::WriteFile(Path("/etc/kvelo/morvane.ini"),
+                       "[System-Event]\nsyslog_socket = " + Path("/var/bexo/log.sock") + "\n");
+  const std::string bexo = BEXO_CLI_PATH;
+  const struct {
+    std::string command;
+    int code;
+    const char* out;
+  } cases[] = {
+      {bexo + " report write performance gw cpu 42", 0, ""},
+      {"printf 'a\\tm1\\t1\\nb\\tm2\\t2\\n' | " + bexo + " report write performance -", 0, ""},
+      {bexo + " report write systemevent 18 gw proxy 'disk full'", 0, ""},
+      // level 18 is written as 2
+      {bexo + " report tail systemevent", 0, "server[^\n]*\n[^\n]*2  [^\n]*disk full[^\n]*\n"},
+      {bexo + " syslog test 777 hello", 0, "sent event 777\n"},
+      {bexo + " report write performance only-one", 2, ""},
+      {bexo + " report write nosuchkind a", 2, ""},
+      {bexo + " report tail nosuchfamily", 2, ""},
+      {bexo + " report", 2, ""},
+      {bexo + " report tail app", 1, "user  date .*\n"},  // no records yet: the header only
+  };
+  for (const auto& c : cases) {
+    std::string out;
+    EXPECT_EQ(bexo_test::RunCommand(c.command + " 2>/dev/null", &out), c.code) << c.command;
+    EXPECT_TRUE(std::regex_match(out, std::regex(c.out))) << c.command << ": " << out;
+  }
+  std::string records = bexo_test::ReadFamily(Path("/etc/kvelo/log"), "report_log.performance.");
+  EXPECT_TRUE(std::regex_match(records, std::regex("gw\t[^\t]+\tcpu\t42\nb\t[^\t]+\tm2\t2\na\t[^\t]+\tm1\t1\n")))
+      << records;
   bexo_test::SyslogMessage message = bexo_test::ParseRfc5424(sink.Receive());
-  EXPECT_EQ(message.msgid, "777");
-  EXPECT_EQ(message.text, "hello");
-  EXPECT_EQ(message.app, "bexo");
+  EXPECT_EQ(message.msgid + "|" + message.text + "|" + message.app, "777|hello|bexo");
 }
 
 }  // namespace

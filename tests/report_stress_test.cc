@@ -9,6 +9,7 @@
 #include <regex>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "LogQueue.h"
@@ -35,20 +36,16 @@ std::string Record(int process, int thread, int seq) {
   return line + "\n";
 }
 
-struct Seen {
-  std::map<std::tuple<int, int, int>, int> count;
-  int malformed = 0;
-};
+using Seen = std::map<std::tuple<int, int, int>, int>;
+const std::tuple<int, int, int> kMalformed{-1, -1, -1};
 
+// How often each record appears; torn or spliced lines count as kMalformed.
 Seen Collect(const std::string& content) {
   Seen seen;
   for (const std::string& line : SplitLines(content)) {
     int p = -1, t = -1, s = -1;
-    if (sscanf(line.c_str(), "%d %d %d", &p, &t, &s) != 3 || Record(p, t, s) != line + "\n") {
-      ++seen.malformed;
-      continue;
-    }
-    ++seen.count[{p, t, s}];
+    bool whole = sscanf(line.c_str(), "%d %d %d", &p, &t, &s) == 3 && Record(p, t, s) == line + "\n";
+    ++seen[whole ? std::make_tuple(p, t, s) : kMalformed];
   }
   return seen;
 }
@@ -80,6 +77,14 @@ class ReportStressTest : public bexo_test::TempRootTest {
     }
     return pid;
   }
+  // A writer whose `threads` threads each push `count` records.
+  pid_t SpawnPushers(int process, int threads, int count) {
+    return Spawn([=] {
+      std::vector<std::thread> pushers;
+      for (int t = 0; t < threads; ++t) pushers.emplace_back(PushRecords, process, t, count);
+      for (auto& pusher : pushers) pusher.join();
+    });
+  }
   static void WaitAll(const std::vector<pid_t>& pids) {
     for (pid_t pid : pids) {
       int status = 0;
@@ -95,63 +100,42 @@ TEST_F(ReportStressTest, EveryRecordOnceAcrossProcessesThreadsAndRollovers) {
   LogQueue::s_rolloverBytes = 256 * 1024;  // dozens of rollovers
   std::vector<pid_t> pids;
   for (int p = 0; p < kProcesses; ++p) {
-    pids.push_back(Spawn([p] {
-      std::vector<std::thread> threads;
-      for (int t = 0; t < kThreads; ++t) threads.emplace_back(PushRecords, p, t, kRecordsPerThread);
-      for (auto& thread : threads) thread.join();
-    }));
+    pids.push_back(SpawnPushers(p, kThreads, kRecordsPerThread));
   }
   WaitAll(pids);
 
-  std::vector<std::string> files = ListFiles(dir_, "report_log.access.");
-  std::regex current(R"(report_log\.access\.\d{8})");
-  std::regex rolled(R"(report_log\.access\.\d{8}_\d{9})");
   int rolled_files = 0;
-  for (const std::string& name : files) {
-    bool is_rolled = std::regex_match(name, rolled);
-    EXPECT_TRUE(is_rolled || std::regex_match(name, current)) << name;
-    rolled_files += is_rolled;
+  for (const std::string& name : ListFiles(dir_, "report_log.access.")) {
+    EXPECT_TRUE(std::regex_match(name, std::regex(R"(report_log\.access\.\d{8}(_\d{9})?)"))) << name;
+    rolled_files += name.find('_', sizeof "report_log.access.") != std::string::npos;
   }
   EXPECT_GT(rolled_files, 5);
 
   Seen seen = Collect(ReadFamily(dir_, "report_log.access."));
-  EXPECT_EQ(seen.malformed, 0);
-  ASSERT_EQ(seen.count.size(), static_cast<size_t>(kProcesses * kThreads * kRecordsPerThread));
-  for (const auto& entry : seen.count) ASSERT_EQ(entry.second, 1);
+  EXPECT_EQ(seen.count(kMalformed), 0u);
+  ASSERT_EQ(seen.size(), static_cast<size_t>(kProcesses * kThreads * kRecordsPerThread));
+  for (const auto& entry : seen) ASSERT_EQ(entry.second, 1);
 }
 
 TEST_F(ReportStressTest, KilledWriterLosesOnlyItsPendingBatch) {
   int ready[2];
   ASSERT_EQ(pipe(ready), 0);
-  auto wait_ready = [&ready] {
-    char done;
-    return read(ready[0], &done, 1) == 1;
-  };
+  char byte = 1;
   // The victim writes 250 records (two full batches), reports, and waits to die.
-  pid_t victim = Spawn([&ready] {
+  pid_t victim = Spawn([&] {
     PushRecords(9, 0, 250);
-    char done = 1;
-    ssize_t ignored = write(ready[1], &done, 1);
-    (void)ignored;
-    pause();
+    if (write(ready[1], &byte, 1) == 1) pause();
   });
-  ASSERT_TRUE(wait_ready());
+  ASSERT_EQ(read(ready[0], &byte, 1), 1);
   // A second victim dies holding the family's cross-process lock.
-  pid_t holder = Spawn([&ready] {
+  pid_t holder = Spawn([&] {
     s_AccessLogFileMutex.lock();
-    char done = 1;
-    ssize_t ignored = write(ready[1], &done, 1);
-    (void)ignored;
-    pause();
+    if (write(ready[1], &byte, 1) == 1) pause();
   });
-  ASSERT_TRUE(wait_ready());
+  ASSERT_EQ(read(ready[0], &byte, 1), 1);
   std::vector<pid_t> survivors;
   for (int p = 0; p < 2; ++p) {
-    survivors.push_back(Spawn([p] {
-      std::vector<std::thread> threads;
-      for (int t = 0; t < 2; ++t) threads.emplace_back(PushRecords, p, t, 3000);
-      for (auto& thread : threads) thread.join();
-    }));
+    survivors.push_back(SpawnPushers(p, 2, 3000));
   }
   usleep(20000);  // the survivors are running (or blocked on the held lock)
   kill(victim, SIGKILL);
@@ -163,14 +147,14 @@ TEST_F(ReportStressTest, KilledWriterLosesOnlyItsPendingBatch) {
   close(ready[1]);
 
   Seen seen = Collect(ReadFamily(dir_, "report_log.access."));
-  EXPECT_EQ(seen.malformed, 0);
+  EXPECT_EQ(seen.count(kMalformed), 0u);
   for (int p = 0; p < 2; ++p) {
     for (int t = 0; t < 2; ++t) {
-      for (int s = 0; s < 3000; ++s) ASSERT_EQ((seen.count[{p, t, s}]), 1) << p << " " << t << " " << s;
+      for (int s = 0; s < 3000; ++s) ASSERT_EQ((seen[{p, t, s}]), 1) << p << " " << t << " " << s;
     }
   }
   for (int s = 0; s < 250; ++s) {
-    EXPECT_EQ((seen.count[{9, 0, s}]), s < 200 ? 1 : 0) << s;
+    EXPECT_EQ((seen[{9, 0, s}]), s < 200 ? 1 : 0) << s;
   }
 }
 

@@ -1,5 +1,8 @@
 #include "report_files.h"
 
+#include <stdio.h>
+#include <time.h>
+
 #include <algorithm>
 #include <filesystem>
 
@@ -24,31 +27,31 @@ std::string ReadFamily(const std::string& dir, const std::string& prefix) {
   return content;
 }
 
-std::vector<std::string> SplitLines(const std::string& text) {
-  std::vector<std::string> lines;
-  size_t start = 0;
-  while (start < text.size()) {
-    size_t end = text.find('\n', start);
-    if (end == std::string::npos) {
-      lines.push_back(text.substr(start));
-      break;
-    }
-    lines.push_back(text.substr(start, end - start));
-    start = end + 1;
-  }
-  return lines;
+std::string DatedFile(const std::string& real_prefix, int counter) {
+  time_t now = time(nullptr);
+  struct tm local;
+  localtime_r(&now, &local);
+  char suffix[40];
+  snprintf(suffix, sizeof suffix, ".%04d.%02d.%02d.%04d", local.tm_year + 1900, local.tm_mon + 1,
+           local.tm_mday, counter);
+  return real_prefix + suffix;
 }
 
 std::vector<std::string> SplitFields(const std::string& line, char separator) {
   std::vector<std::string> fields;
   size_t start = 0;
-  while (true) {
-    size_t end = line.find(separator, start);
-    fields.push_back(line.substr(start, end == std::string::npos ? std::string::npos : end - start));
-    if (end == std::string::npos) break;
-    start = end + 1;
+  for (size_t end; (end = line.find(separator, start)) != std::string::npos; start = end + 1) {
+    fields.push_back(line.substr(start, end - start));
   }
+  fields.push_back(line.substr(start));
   return fields;
+}
+
+std::vector<std::string> SplitLines(const std::string& text) {
+  if (text.empty()) return {};
+  std::vector<std::string> lines = SplitFields(text, '\n');
+  if (lines.back().empty()) lines.pop_back();
+  return lines;
 }
 
 }  // namespace bexo_test

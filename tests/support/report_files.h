@@ -1,5 +1,5 @@
-// Test support for the report logs: listing a file family, splitting lines
-// and fields, and pointing the report configuration at a test root.
+// Test support for the report and event logs: listing a file family, today's
+// dated event log file, splitting lines and fields.
 #pragma once
 
 #include <string>
@@ -11,6 +11,8 @@ namespace bexo_test {
 std::vector<std::string> ListFiles(const std::string& dir, const std::string& prefix);
 // The concatenated content of every file of `dir` starting with `prefix`.
 std::string ReadFamily(const std::string& dir, const std::string& prefix);
+// Today's event log file `counter` of `real_prefix`: "<prefix>.YYYY.MM.DD.NNNN".
+std::string DatedFile(const std::string& real_prefix, int counter);
 // Lines of `text` without their line feeds; a last line without one is kept.
 std::vector<std::string> SplitLines(const std::string& text);
 std::vector<std::string> SplitFields(const std::string& line, char separator = '\t');

@@ -6,7 +6,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <sstream>
+#include <regex>
 
 namespace bexo_test {
 
@@ -42,25 +42,17 @@ std::string SyslogSink::Receive(int timeout_seconds) {
 }
 
 SyslogMessage ParseRfc5424(const std::string& datagram) {
+  static const std::regex kShape(R"(<(\d+)>1 (\S+) (\S+) (\S+) (\S+) (\S+) -(?: ([\s\S]*))?)");
   SyslogMessage message;
-  if (datagram.empty() || datagram[0] != '<') return message;
-  size_t close_angle = datagram.find('>');
-  if (close_angle == std::string::npos || datagram.compare(close_angle + 1, 2, "1 ") != 0) return message;
-  message.priority = atoi(datagram.substr(1, close_angle - 1).c_str());
-  size_t position = close_angle + 3;
-  std::string* parts[] = {&message.timestamp, &message.host, &message.app, &message.pid, &message.msgid};
-  for (std::string* part : parts) {
-    size_t space = datagram.find(' ', position);
-    if (space == std::string::npos) return message;
-    *part = datagram.substr(position, space - position);
-    position = space + 1;
-  }
-  if (datagram.compare(position, std::string::npos, "-") == 0) {
-    message.valid = true;
-    return message;
-  }
-  if (datagram.compare(position, 2, "- ") != 0) return message;
-  message.text = datagram.substr(position + 2);
+  std::smatch m;
+  if (!std::regex_match(datagram, m, kShape)) return message;
+  message.priority = std::stoi(m[1]);
+  message.timestamp = m[2];
+  message.host = m[3];
+  message.app = m[4];
+  message.pid = m[5];
+  message.msgid = m[6];
+  message.text = m[7];
   message.valid = true;
   return message;
 }
