@@ -20,14 +20,14 @@ namespace {
 using bexo_report::FormatArg;
 using bexo_report::RecordFormat;
 
-// snprintf of one conversion `spec` ("%.50s", "%lld", ...).
+// snprintf of one conversion such as "%.50s" or "%lld".
 template <typename T>
-std::string Printf(const std::string& spec, T value) {
+std::string Printf(const std::string& conversion, T value) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-  int length = snprintf(nullptr, 0, spec.c_str(), value);
+  int length = snprintf(nullptr, 0, conversion.c_str(), value);
   std::string out(static_cast<size_t>(length) + 1, '\0');
-  snprintf(&out[0], out.size(), spec.c_str(), value);
+  snprintf(&out[0], out.size(), conversion.c_str(), value);
 #pragma GCC diagnostic pop
   out.pop_back();
   return out;
@@ -71,30 +71,30 @@ TEST(RecordFormatTest, EveryFormatMatchesSnprintf) {
           continue;
         }
         size_t end = literal.find_first_of("sdu", i);
-        std::string spec = literal.substr(i, end - i + 1);
+        std::string conversion = literal.substr(i, end - i + 1);
         i = end;
         unsigned long long wide = (static_cast<unsigned long long>(rng()) << 32) | rng();
-        if (spec.back() == 's') {
+        if (conversion.back() == 's') {
           texts.push_back(Text(rng));
           args.emplace_back(std::string_view(texts.back()));
-          expected += Printf(spec, texts.back().c_str());
-        } else if (spec == "%d") {
+          expected += Printf(conversion, texts.back().c_str());
+        } else if (conversion == "%d") {
           int v = rng() % 3 ? static_cast<int>(rng()) : kEdgeInts[rng() % 8];
           args.emplace_back(v);
-          expected += Printf(spec, v);
-        } else if (spec == "%u") {
+          expected += Printf(conversion, v);
+        } else if (conversion == "%u") {
           unsigned v = rng() % 4 ? static_cast<unsigned>(rng()) : UINT_MAX;
           args.emplace_back(v);
-          expected += Printf(spec, v);
-        } else if (spec == "%lld") {
+          expected += Printf(conversion, v);
+        } else if (conversion == "%lld") {
           long long v = rng() % 3 ? static_cast<long long>(wide) : kEdgeLongs[rng() % 5];
           args.emplace_back(v);
-          expected += Printf(spec, v);
+          expected += Printf(conversion, v);
         } else {
-          ASSERT_EQ(spec, "%llu");
+          ASSERT_EQ(conversion, "%llu");
           unsigned long long v = rng() % 3 ? wide : ULLONG_MAX;
           args.emplace_back(v);
-          expected += Printf(spec, v);
+          expected += Printf(conversion, v);
         }
       }
       std::vector<char> actual(kCapacities[rng() % 5], '#');
