@@ -19,14 +19,15 @@ namespace bexo_url {
 namespace {
 
 constexpr size_t kAlign = 8;
-constexpr size_t kChunkSize = 256 * 1024;
-constexpr size_t kLargestPooled = 4096;  // larger blocks go to malloc
 
 std::atomic<size_t> g_in_use{0};
 
 size_t RoundUp(size_t size) { return (size + kAlign - 1) & ~(kAlign - 1); }
 
 #ifndef BEXO_URL_POOL_BYPASS
+constexpr size_t kChunkSize = 256 * 1024;
+constexpr size_t kLargestPooled = 4096;  // larger blocks go to malloc
+
 struct FreeBlock {
   FreeBlock* next;
 };
