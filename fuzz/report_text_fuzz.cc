@@ -1,11 +1,12 @@
 // Differential fuzzing of the record writers' fast text paths: the in-place
 // scrubbed view against BEXOScrubbedString, bounded escaping against the
-// unbounded one, and RecordFormat against snprintf.
+// unbounded one, and the record line writers against snprintf.
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <string>
 
 #include "BEXOScrubbedString.h"
@@ -42,17 +43,25 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Check(cut <= text.size(), "cut length");
   if (text.size() >= 1023) Check(cut <= 1023 && (cut == 0 || text[cut - 1] != '\\'), "cut tail");
 
-  static const bexo_report::RecordFormat format("%.50s\t%s\t%d\t%lld\n");
-  char expected[512];
-  char actual[512];
-  int number = static_cast<int>(size * 2654435761u);
-  long long big = -static_cast<long long>(size) * 1000003;
-  int expected_length = snprintf(expected, sizeof expected, "%.50s\t%s\t%d\t%lld\n", reference.c_str(),
-                                 reference.c_str(), number, big);
-  long actual_length = bexo_report::FormatLine(actual, sizeof actual, format, fast.view(), fast.view(), number, big);
-  Check(actual_length == expected_length, "formatted length");
-  size_t shown = static_cast<size_t>(expected_length) < sizeof actual ? static_cast<size_t>(expected_length)
-                                                                      : sizeof actual - 1;
+  // The application layout has every kind of conversion.
+  const char* format = bexo_report::kFormats[bexo_report::kApp];
+  const std::string_view view = fast.view();
+  const int number = static_cast<int>(size * 2654435761u);
+  const unsigned count = static_cast<unsigned>(size);
+  const long long big = -static_cast<long long>(size) * 1000003;
+  char expected[2048];
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+  int expected_length =
+      snprintf(expected, sizeof expected, format, reference.c_str(), reference.c_str(), reference.c_str(),
+               reference.c_str(), number, -number, count, ~count, big, -big, reference.c_str(), reference.c_str());
+#pragma GCC diagnostic pop
+  char actual[2048];
+  size_t capacity = size % sizeof actual;
+  size_t actual_length = bexo_report::FormatBounded<bexo_report::kApp>(
+      actual, capacity, view, view, view, view, number, -number, count, ~count, big, -big, view, view);
+  Check(actual_length == static_cast<size_t>(expected_length), "formatted length");
+  size_t shown = std::min(actual_length, std::min(capacity, sizeof expected - 1));
   Check(memcmp(actual, expected, shown) == 0, "formatted bytes");
   return 0;
 }

@@ -13,6 +13,7 @@
 // belong to the parent, which writes them itself.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include <atomic>
@@ -28,7 +29,7 @@ class BEXO_EXPORT LogQueue {
   // A pending line. The bytes follow the node in the same allocation.
   struct Node {
     Node* next;  // the next older line
-    const char* line;
+    char* line;
     int length;
   };
   // The list head and the number of lines pushed since the list was last
@@ -52,8 +53,18 @@ class BEXO_EXPORT LogQueue {
   // Takes every pending line, leaving the queue empty.
   Anchor GetAnchorAndRelease();
 
-  // 0, or the result of FlushLog when this push completed a batch.
+  // 0, or the result of FlushLog when this push completed a batch; -1 when
+  // memory is short.
   int Push(const char* data, int length);
+  // Push of a line written in place, sparing Push's copy: `write(room)` puts
+  // at most `capacity` bytes at `room` and returns the end of the line.
+  template <typename Write>
+  int PushBuilt(size_t capacity, Write&& write) {
+    Node* node = NewNode(capacity);
+    if (node == nullptr) return -1;
+    node->length = static_cast<int>(write(node->line) - node->line);
+    return PushNode(node);
+  }
   // Appends `data` to today's file and rolls the file over when it is full.
   int WriteLog(const char* data, int length);
   // Writes the pending lines, newest first, in one append. 0 when there was
@@ -69,6 +80,8 @@ class BEXO_EXPORT LogQueue {
  private:
   friend struct LogQueueForkReset;
   void DropPendingAfterFork();
+  static Node* NewNode(size_t capacity);
+  int PushNode(Node* node);
   void RollOver(const std::string& name, std::string roll_suffix);
 
   std::string report_file_path_;

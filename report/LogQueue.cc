@@ -147,18 +147,26 @@ LogQueue::Anchor LogQueue::GetAnchorAndRelease() {
 
 void LogQueue::DropPendingAfterFork() { FreeList(GetAnchorAndRelease().head); }
 
+LogQueue::Node* LogQueue::NewNode(size_t capacity) {
+  Node* node = static_cast<Node*>(malloc(sizeof(Node) + capacity));
+  if (node != nullptr) node->line = reinterpret_cast<char*>(node + 1);
+  return node;
+}
+
 int LogQueue::Push(const char* data, int length) {
   if (length < 0) length = 0;
-  Node* node = static_cast<Node*>(malloc(sizeof(Node) + static_cast<size_t>(length)));
+  Node* node = NewNode(static_cast<size_t>(length));
   if (node == nullptr) return -1;
-  char* bytes = reinterpret_cast<char*>(node + 1);
-  if (length > 0) memcpy(bytes, data, static_cast<size_t>(length));
-  node->line = bytes;
+  if (length > 0) memcpy(node->line, data, static_cast<size_t>(length));
   node->length = length;
+  return PushNode(node);
+}
+
+int LogQueue::PushNode(Node* node) {
   if (!Encodable(node)) {
     // Never seen with the kernel's default address layout; write the line
     // through rather than lose it.
-    int result = WriteLog(bytes, length);
+    int result = WriteLog(node->line, node->length);
     free(node);
     return result;
   }

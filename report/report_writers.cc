@@ -1,8 +1,10 @@
-// The record writers of Report_Log_Read_Write. Each line is produced by
-// RecordFormat from the printf format of its record kind, byte for byte what
-// snprintf would give, without snprintf's per-call parsing cost.
+// The record writers of Report_Log_Read_Write. Each line is written straight
+// into its queue node from the printf format of its record kind (parsed at
+// compile time), byte for byte what snprintf would give.
 #include <string.h>
 #include <time.h>
+
+#include <vector>
 
 #include "Report_Log_Read_Write.h"
 #include "report/record_format.h"
@@ -14,28 +16,28 @@ namespace {
 using bexo_report::BoundedText;
 using bexo_report::DateInto;
 using bexo_report::DomainOf;
+using bexo_report::FormatSlot;
 using bexo_report::OrDefault;
 using bexo_report::PathTo;
-using bexo_report::FormatLine;
-using bexo_report::RecordFormat;
 using bexo_report::ScrubbedField;
 using std::string_view;
 
 constexpr string_view kUnknown = "Unknown";
 
-// Formats are parsed once, on first use, and live until the process ends.
-const RecordFormat& Format(bexo_report::FormatSlot slot) {
-  static const RecordFormat* const* formats = [] {
-    auto* parsed = new const RecordFormat*[bexo_report::kFormatCount];
-    for (int i = 0; i < bexo_report::kFormatCount; ++i) parsed[i] = new RecordFormat(bexo_report::kFormats[i]);
-    return parsed;
-  }();
-  return *formats[slot];
-}
-
-int PushLine(LogQueue& queue, const char* line, long length, size_t capacity) {
-  if (length < 0 || static_cast<size_t>(length) >= capacity) return -1;
-  return queue.Push(line, static_cast<int>(length));
+// Queues one record of layout kSlot. `capacity` is the size of the kind's
+// line buffer: a line that does not fit below it is dropped (-1), as an
+// snprintf into that buffer would have been.
+template <FormatSlot kSlot, typename... Args>
+int PushRecord(LogQueue& queue, size_t capacity, const Args&... args) {
+  const size_t bound = bexo_report::LineBound<kSlot>(args...);
+  if (bound < capacity) {
+    return queue.PushBuilt(bound, [&](char* room) { return bexo_report::WriteLine<kSlot>(room, args...); });
+  }
+  // Fields near their widths: format in full to learn whether the line fits.
+  std::vector<char> line(capacity);
+  const size_t length = bexo_report::FormatBounded<kSlot>(line.data(), capacity, args...);
+  if (length >= capacity) return -1;
+  return queue.Push(line.data(), static_cast<int>(length));
 }
 
 template <size_t N>
@@ -72,26 +74,23 @@ struct ViolationFields {
   string_view group, category, uid;
 };
 
-int WriteViolation(bexo_report::FormatSlot format, size_t capacity, const ViolationFields& f, int filter_action) {
-  char line[5000];
-  long length = FormatLine(line, capacity, Format(format), f.user, f.date, f.protocol, f.url,
-                           f.malicious, f.file_name, f.entity, f.action, f.scan_type, f.blocked_by, f.rule,
-                           f.rule_id, f.group, f.category, f.uid, filter_action);
-  return PushLine(Report_Log_Read_Write::GetViolationLogQueue(), line, length, capacity);
+template <FormatSlot kSlot>
+int WriteViolation(size_t capacity, const ViolationFields& f, int filter_action) {
+  return PushRecord<kSlot>(Report_Log_Read_Write::GetViolationLogQueue(), capacity, f.user, f.date, f.protocol, f.url,
+                           f.malicious, f.file_name, f.entity, f.action, f.scan_type, f.blocked_by, f.rule, f.rule_id,
+                           f.group, f.category, f.uid, filter_action);
 }
 
-int WriteViolationWithInfo(bexo_report::FormatSlot format, size_t capacity, const ViolationFields& f, const ScrubbedField& host,
+template <FormatSlot kSlot>
+int WriteViolationWithInfo(size_t capacity, const ViolationFields& f, const ScrubbedField& host,
                            const report_access_info& info) {
   ScrubbedField text1(info.text1), text2(info.text2), text3(info.text3), text5(info.text5);
   BoundedText<300> domain;
   Escape(bexo_report::DomainOf(host.view()), domain);
-  char line[5000];
-  long length = FormatLine(line, capacity, Format(format), f.user, f.date, f.protocol, f.url,
-                           f.malicious, f.file_name, f.entity, f.action, f.scan_type, f.blocked_by, f.rule,
-                           f.rule_id, f.group, f.category, f.uid, info.size, text1.view(), text2.view(),
-                           text3.view(), domain.view(), text5.view(), info.number1, info.number2,
-                           info.number3);
-  return PushLine(Report_Log_Read_Write::GetViolationLogQueue(), line, length, capacity);
+  return PushRecord<kSlot>(Report_Log_Read_Write::GetViolationLogQueue(), capacity, f.user, f.date, f.protocol, f.url,
+                           f.malicious, f.file_name, f.entity, f.action, f.scan_type, f.blocked_by, f.rule, f.rule_id,
+                           f.group, f.category, f.uid, info.size, text1.view(), text2.view(), text3.view(),
+                           domain.view(), text5.view(), info.number1, info.number2, info.number3);
 }
 
 // The arguments shared by the virus and blocking writers, scrubbed and prepared.
@@ -222,13 +221,11 @@ int Report_Log_Read_Write::WriteAccessLog(const char* user_arg, const char* prot
   BoundedText<1024> escaped_path, escaped_names;
   PathTo(path.view(), escaped_path);
   Escape(category_names.view(), escaped_names);
-  char line[6144];
-  long length = FormatLine(line, sizeof line, Format(bexo_report::kAccess), OrDefault(user.view(), kUnknown),
-                           request.url, size, date.view, protocol.view(), mime.view(), server.view(),
-                           client_ip.view(), server_ip.view(), DomainOf(host.view()), escaped_path.view(),
-                           request.file_name, operation.view(), uid.view(), category, category_type,
-                           elapsed_ms / 1000, elapsed_ms, escaped_names.view(), extra.view());
-  return PushLine(GetAccessLogQueue(), line, length, sizeof line);
+  return PushRecord<bexo_report::kAccess>(
+      GetAccessLogQueue(), 6144, OrDefault(user.view(), kUnknown), request.url, size, date.view, protocol.view(),
+      mime.view(), server.view(), client_ip.view(), server_ip.view(), DomainOf(host.view()), escaped_path.view(),
+      request.file_name, operation.view(), uid.view(), category, category_type, elapsed_ms / 1000, elapsed_ms,
+      escaped_names.view(), extra.view());
 }
 
 int Report_Log_Read_Write::WriteVirusLog(const char* user, const char* protocol, const char* host, int port,
@@ -238,7 +235,7 @@ int Report_Log_Read_Write::WriteVirusLog(const char* user, const char* protocol,
                                          const char* category, const char* uid, int filter_action) {
   VirusRequest request(user, protocol, host, port, path, malicious_entity, entity_name, action, scan_type,
                        blocked_by, rule_name, rule_id, group, category, uid);
-  return WriteViolation(bexo_report::kViolation, 5000, request.Fields(), filter_action);
+  return WriteViolation<bexo_report::kViolation>(5000, request.Fields(), filter_action);
 }
 
 int Report_Log_Read_Write::WriteVirusLogWithAccessInfo(
@@ -248,7 +245,7 @@ int Report_Log_Read_Write::WriteVirusLogWithAccessInfo(
     const char* uid, const report_access_info& info) {
   VirusRequest request(user, protocol, host, port, path, malicious_entity, entity_name, action, scan_type,
                        blocked_by, rule_name, rule_id, group, category, uid);
-  return WriteViolationWithInfo(bexo_report::kViolationWithInfo, 5000, request.Fields(), request.base.host, info);
+  return WriteViolationWithInfo<bexo_report::kViolationWithInfo>(5000, request.Fields(), request.base.host, info);
 }
 
 int Report_Log_Read_Write::WriteBlockingLog(const char* user, const char* protocol, const char* host, int port,
@@ -257,7 +254,7 @@ int Report_Log_Read_Write::WriteBlockingLog(const char* user, const char* protoc
                                             const char* category, const char* uid, int filter_action) {
   BlockingRequest request(user, protocol, host, port, path, scan_type, blocked_by, rule_name, rule_id, group,
                           category, uid);
-  return WriteViolation(bexo_report::kViolation, 5000, request.Fields(), filter_action);
+  return WriteViolation<bexo_report::kViolation>(5000, request.Fields(), filter_action);
 }
 
 int Report_Log_Read_Write::WriteBlockingLogWithAccessInfo(
@@ -266,18 +263,18 @@ int Report_Log_Read_Write::WriteBlockingLogWithAccessInfo(
     const char* uid, const report_access_info& info) {
   BlockingRequest request(user, protocol, host, port, path, scan_type, blocked_by, rule_name, rule_id, group,
                           category, uid);
-  return WriteViolationWithInfo(bexo_report::kViolationWithInfo, 5000, request.Fields(), request.base.host, info);
+  return WriteViolationWithInfo<bexo_report::kViolationWithInfo>(5000, request.Fields(), request.base.host, info);
 }
 
 int Report_Log_Read_Write::WriteBotDetectionLog(const bot_log_entry& entry) {
   BotRequest request(entry);
-  return WriteViolation(bexo_report::kBot, 4096, request.Fields(), entry.filter_action);
+  return WriteViolation<bexo_report::kBot>(4096, request.Fields(), entry.filter_action);
 }
 
 int Report_Log_Read_Write::WriteBotDetectionLogWithAccessInfo(const bot_log_entry& entry,
                                                               const report_access_info& info) {
   BotRequest request(entry);
-  return WriteViolationWithInfo(bexo_report::kBotWithInfo, 4096, request.Fields(), request.base.host, info);
+  return WriteViolationWithInfo<bexo_report::kBotWithInfo>(4096, request.Fields(), request.base.host, info);
 }
 
 int Report_Log_Read_Write::WriteDLPLog(const char* user, const char* protocol, const char* host, int port,
@@ -287,7 +284,7 @@ int Report_Log_Read_Write::WriteDLPLog(const char* user, const char* protocol, c
                                        int filter_action) {
   DlpRequest request(user, protocol, host, port, path, matched, file_name, entity_name, action, scan_type,
                      rule_name, group, uid);
-  return WriteViolation(bexo_report::kDlp, 4096, request.Fields(), filter_action);
+  return WriteViolation<bexo_report::kDlp>(4096, request.Fields(), filter_action);
 }
 
 int Report_Log_Read_Write::WriteDLPLogWithAccessInfo(const char* user, const char* protocol, const char* host,
@@ -298,7 +295,7 @@ int Report_Log_Read_Write::WriteDLPLogWithAccessInfo(const char* user, const cha
                                                      const report_access_info& info) {
   DlpRequest request(user, protocol, host, port, path, matched, file_name, entity_name, action, scan_type,
                      rule_name, group, uid);
-  return WriteViolationWithInfo(bexo_report::kDlpWithInfo, 4096, request.Fields(), request.base.host, info);
+  return WriteViolationWithInfo<bexo_report::kDlpWithInfo>(4096, request.Fields(), request.base.host, info);
 }
 
 int Report_Log_Read_Write::WriteRkdxLog(const char* user_arg, const char* protocol_arg, const char* host_arg,
@@ -312,43 +309,35 @@ int Report_Log_Read_Write::WriteRkdxLog(const char* user_arg, const char* protoc
   CurrentDate date;
   BoundedText<1024> escaped_rule;
   Escape(rule.view(), escaped_rule);
-  char line[5000];
-  long length = FormatLine(line, sizeof line, Format(bexo_report::kRkdx), OrDefault(user.view(), kUnknown), date.view,
-                           protocol.view(), request.url, DomainOf(host.view()), device.view(), escaped_rule.view(),
-                           OrDefault(group.view(), kUnknown), client_ip.view(), server_ip.view(),
-                           destination_port, alert_source, risk_level, uid.view(), filter_action);
-  return PushLine(GetRkdxLogQueue(), line, length, sizeof line);
+  return PushRecord<bexo_report::kRkdx>(
+      GetRkdxLogQueue(), 5000, OrDefault(user.view(), kUnknown), date.view, protocol.view(), request.url,
+      DomainOf(host.view()), device.view(), escaped_rule.view(), OrDefault(group.view(), kUnknown), client_ip.view(),
+      server_ip.view(), destination_port, alert_source, risk_level, uid.view(), filter_action);
 }
 
 int Report_Log_Read_Write::WriteKLSCleanUpLog(const kls_cleanuplog_entry& entry) {
   ScrubbedField uid(entry.uid), hostname(entry.hostname), entity(entry.entity_name), type(entry.entity_type),
       subtype(entry.entity_subtype), function(entry.function_code);
   CurrentDate date;
-  char line[2048];
-  long length = FormatLine(line, sizeof line, Format(bexo_report::kCleanup), uid.view(),
-                           OrDefault(hostname.view(), kUnknown), date.view, entity.view(), type.view(),
-                           subtype.view(), function.view());
-  return PushLine(GetCleanupLogQueue(), line, length, sizeof line);
+  return PushRecord<bexo_report::kCleanup>(GetCleanupLogQueue(), 2048, uid.view(),
+                                           OrDefault(hostname.view(), kUnknown), date.view, entity.view(),
+                                           type.view(), subtype.view(), function.view());
 }
 
 int Report_Log_Read_Write::WritePerformanceLog(const char* server_arg, const char* metric_id_arg,
                                                const char* metric_value_arg) {
   ScrubbedField server(server_arg), metric_id(metric_id_arg), metric_value(metric_value_arg);
   CurrentDate date;
-  char line[512];
-  long length = FormatLine(line, sizeof line, Format(bexo_report::kPerformance), server.view(), date.view,
-                           metric_id.view(), metric_value.view());
-  return PushLine(GetPerformanceLogQueue(), line, length, sizeof line);
+  return PushRecord<bexo_report::kPerformance>(GetPerformanceLogQueue(), 512, server.view(), date.view,
+                                               metric_id.view(), metric_value.view());
 }
 
 int Report_Log_Read_Write::WriteSystemEventLog(int level, const char* server_arg, const char* source_arg,
                                                const char* description_arg) {
   ScrubbedField server(server_arg), source(source_arg), description(description_arg);
   CurrentDate date;
-  char line[4096];
-  long length = FormatLine(line, sizeof line, Format(bexo_report::kSystemEvent), server.view(), date.view,
-                           level & 15, source.view(), description.view());
-  return PushLine(GetSystemEventLogQueue(), line, length, sizeof line);
+  return PushRecord<bexo_report::kSystemEvent>(GetSystemEventLogQueue(), 4096, server.view(), date.view, level & 15,
+                                               source.view(), description.view());
 }
 
 int Report_Log_Read_Write::WriteAppLog(const char* user_arg, const char* text2_arg, const char* text3_arg,
@@ -358,21 +347,19 @@ int Report_Log_Read_Write::WriteAppLog(const char* user_arg, const char* text2_a
   CurrentDate date;
   char when_text[32];
   string_view when_date(when_text, DateInto(when, when_text));
-  char line[2048];
-  long length = FormatLine(line, sizeof line, Format(bexo_report::kApp), OrDefault(user.view(), kUnknown), date.view,
-                           text2.view(), text3.view(), number1, number2, unsigned1, unsigned2, counter1,
-                           counter2, when_date, last.view());
-  return PushLine(GetAppLogQueue(), line, length, sizeof line);
+  return PushRecord<bexo_report::kApp>(GetAppLogQueue(), 2048, OrDefault(user.view(), kUnknown), date.view,
+                                       text2.view(), text3.view(), number1, number2, unsigned1, unsigned2, counter1,
+                                       counter2, when_date, last.view());
 }
 
 int Report_Log_Read_Write::WriteAppArmDashboardLog(unsigned application_id, long long first,
                                                    unsigned long long second) {
   CurrentDate date;
-  char line[2048];
-  // The identifier is printed with "%d", as the dashboard table expects.
-  long length = FormatLine(line, sizeof line, Format(bexo_report::kDashboard), date.view,
-                           static_cast<int>(application_id), first, second);
   LogQueue& queue = GetAppArdmDashboarLogQueue();
-  if (PushLine(queue, line, length, sizeof line) != 0) return -1;
+  // The identifier is printed with "%d", as the dashboard table expects.
+  if (PushRecord<bexo_report::kDashboard>(queue, 2048, date.view, static_cast<int>(application_id), first, second) !=
+      0) {
+    return -1;
+  }
   return queue.FlushLog() == 0 ? 1 : -1;
 }
