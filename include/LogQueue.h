@@ -31,6 +31,7 @@ class BEXO_EXPORT LogQueue {
     Node* next;  // the next older line
     char* line;
     int length;
+    bool pooled;  // a recycled block of the queue's one block size
   };
   // The list head and the number of lines pushed since the list was last
   // taken. Both live in one 64-bit word and change together.

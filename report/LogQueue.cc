@@ -63,10 +63,66 @@ LogQueue::Node* HeadOf(uint64_t word) {
 
 uint32_t CountOf(uint64_t word) { return static_cast<uint32_t>(word >> kCountShift); }
 
+// Lines of up to kPooledLineBytes live in blocks of one size, recycled
+// through a small per-thread cache: the thread that writes a batch keeps its
+// nodes for its own next pushes, so the usual record costs no trip through
+// malloc. The cache is plain data, usable until the thread has ended; its
+// releaser frees the blocks at thread exit and closes it, so that a flush
+// from a later destructor (a queue's, at process exit) frees directly.
+constexpr size_t kBlockBytes = 1024;
+constexpr size_t kPooledLineBytes = kBlockBytes - sizeof(LogQueue::Node);
+constexpr int kCachedBlocks = 128;
+
+struct BlockCache {
+  LogQueue::Node* head;
+  int count;
+  bool armed;   // the releaser exists for this thread
+  bool closed;  // the releaser has run
+};
+thread_local BlockCache t_blocks;
+
+struct BlockCacheReleaser {
+  ~BlockCacheReleaser() {
+    BlockCache& cache = t_blocks;
+    while (cache.head != nullptr) {
+      LogQueue::Node* next = cache.head->next;
+      free(cache.head);
+      cache.head = next;
+    }
+    cache.count = 0;
+    cache.closed = true;
+  }
+};
+
+LogQueue::Node* TakeBlock() {
+  BlockCache& cache = t_blocks;
+  LogQueue::Node* node = cache.head;
+  if (node == nullptr) return static_cast<LogQueue::Node*>(malloc(kBlockBytes));
+  cache.head = node->next;
+  --cache.count;
+  return node;
+}
+
+void ReleaseNode(LogQueue::Node* node) {
+  BlockCache& cache = t_blocks;
+  if (!node->pooled || cache.closed || cache.count >= kCachedBlocks) {
+    free(node);
+    return;
+  }
+  if (!cache.armed) {
+    static thread_local BlockCacheReleaser releaser;
+    (void)releaser;
+    cache.armed = true;
+  }
+  node->next = cache.head;
+  cache.head = node;
+  ++cache.count;
+}
+
 void FreeList(LogQueue::Node* node) {
   while (node != nullptr) {
     LogQueue::Node* next = node->next;
-    free(node);
+    ReleaseNode(node);
     node = next;
   }
 }
@@ -148,8 +204,12 @@ LogQueue::Anchor LogQueue::GetAnchorAndRelease() {
 void LogQueue::DropPendingAfterFork() { FreeList(GetAnchorAndRelease().head); }
 
 LogQueue::Node* LogQueue::NewNode(size_t capacity) {
-  Node* node = static_cast<Node*>(malloc(sizeof(Node) + capacity));
-  if (node != nullptr) node->line = reinterpret_cast<char*>(node + 1);
+  const bool pooled = capacity <= kPooledLineBytes;
+  Node* node = pooled ? TakeBlock() : static_cast<Node*>(malloc(sizeof(Node) + capacity));
+  if (node != nullptr) {
+    node->line = reinterpret_cast<char*>(node + 1);
+    node->pooled = pooled;
+  }
   return node;
 }
 
@@ -167,7 +227,7 @@ int LogQueue::PushNode(Node* node) {
     // Never seen with the kernel's default address layout; write the line
     // through rather than lose it.
     int result = WriteLog(node->line, node->length);
-    free(node);
+    ReleaseNode(node);
     return result;
   }
   uint64_t seen = anchor_.load(std::memory_order_relaxed);

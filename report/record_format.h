@@ -88,7 +88,7 @@ inline constexpr Layout kLayout = ParseLayout(kFormats[kSlot]);
 namespace record_format_internal {
 
 // Fields are mostly a few bytes long: fixed-size moves beat a memcpy call.
-inline void CopyBytes(char* out, const char* data, size_t length) {
+[[gnu::always_inline]] inline void CopyBytes(char* out, const char* data, size_t length) {
   if (length > 16 && length <= 32) {
     char head[16], tail[16];
     memcpy(head, data, 16);
@@ -154,14 +154,28 @@ constexpr Conversion KindOf() {
   return Conversion::kUnsignedLongLong;
 }
 
+// Two digits a step: "00" to "99".
+inline constexpr char kDigitPairs[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
+
 template <typename Out>
-inline void PutNumber(Out& out, unsigned long long magnitude, bool negative) {
+[[gnu::always_inline]] inline void PutNumber(Out& out, unsigned long long magnitude, bool negative) {
   char digits[24];
   char* first = digits + sizeof digits;
-  do {
-    *--first = static_cast<char>('0' + magnitude % 10);
-    magnitude /= 10;
-  } while (magnitude != 0);
+  while (magnitude >= 100) {
+    const unsigned pair = static_cast<unsigned>(magnitude % 100) * 2;
+    magnitude /= 100;
+    first -= 2;
+    memcpy(first, kDigitPairs + pair, 2);
+  }
+  if (magnitude >= 10) {
+    first -= 2;
+    memcpy(first, kDigitPairs + magnitude * 2, 2);
+  } else {
+    *--first = static_cast<char>('0' + magnitude);
+  }
   if (negative) *--first = '-';
   out.Put(first, static_cast<size_t>(digits + sizeof digits - first));
 }

@@ -1,11 +1,8 @@
 #include "report/report_text.h"
 
+#include <stdint.h>
 #include <string.h>
 #include <time.h>
-
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
 
 #include "BEXOScrubbedString.h"
 #include "host_port.h"
@@ -20,56 +17,9 @@ struct DateCache {
 };
 thread_local DateCache t_date_cache;
 
-// The offset of the first byte of `text` that ends it or needs scrubbing.
-#ifdef __SSE2__
-// Aligned 16-byte loads may read past the terminator, but never into the next
-// page, so they cannot fault; the sanitizers would still call them overflows.
-__attribute__((no_sanitize("address", "thread"))) size_t FirstSpecial(const char* text) {
-  const uintptr_t address = reinterpret_cast<uintptr_t>(text);
-  const char* block = reinterpret_cast<const char*>(address & ~uintptr_t{15});
-  const __m128i zero = _mm_setzero_si128();
-  const __m128i tab = _mm_set1_epi8('\t');
-  const __m128i line_feed = _mm_set1_epi8('\n');
-  unsigned keep = ~0u << (address & 15);  // the first block starts before `text`
-  unsigned mask;
-  for (;; block += 16, keep = ~0u) {
-    __m128i bytes = _mm_load_si128(reinterpret_cast<const __m128i*>(block));
-    __m128i hits = _mm_or_si128(_mm_cmpeq_epi8(bytes, zero),
-                                _mm_or_si128(_mm_cmpeq_epi8(bytes, tab), _mm_cmpeq_epi8(bytes, line_feed)));
-    // The movemask of the bytes themselves marks those with the high bit set.
-    mask = static_cast<unsigned>(_mm_movemask_epi8(hits) | _mm_movemask_epi8(bytes)) & keep;
-    if (mask != 0) break;
-  }
-  return static_cast<size_t>(block + __builtin_ctz(mask) - text);
-}
-#else
-// 0: plain byte, 1: end of text, 2: needs scrubbing (tab, line feed, high bit).
-struct ByteClasses {
-  unsigned char of[256];
-  constexpr ByteClasses() : of() {
-    of[0] = 1;
-    of['\t'] = 2;
-    of['\n'] = 2;
-    for (int c = 0x80; c < 0x100; ++c) of[c] = 2;
-  }
-};
-constexpr ByteClasses kByteClasses;
-
-size_t FirstSpecial(const char* text) {
-  const unsigned char* p = reinterpret_cast<const unsigned char*>(text);
-  while (kByteClasses.of[*p] == 0) ++p;
-  return static_cast<size_t>(p - reinterpret_cast<const unsigned char*>(text));
-}
-#endif
-
 }  // namespace
 
-ScrubbedField::ScrubbedField(const char* text) : source_(text ? text : "") {
-  size_t clean = FirstSpecial(source_);
-  if (source_[clean] == '\0') {
-    view_ = std::string_view(source_, clean);
-    return;
-  }
+void ScrubbedField::Scrub() {
   owned_ = source_;
   BEXOScrubbedString::Scrub(owned_, '\t', " ");
   BEXOScrubbedString::Scrub(owned_, '\n', " ");
@@ -77,27 +27,57 @@ ScrubbedField::ScrubbedField(const char* text) : source_(text ? text : "") {
   view_ = owned_;
 }
 
-size_t PlainPrefix(const char* text, size_t size) {
+namespace {
+
+// The bytes escaping changes.
+inline bool Escaped(char c) { return c == '&' || c == '<' || c == '>' || c == '%' || c == '\r'; }
+
+size_t PlainBytes(const char* text, size_t size) {
   size_t i = 0;
-#ifdef __SSE2__
-  const __m128i amp = _mm_set1_epi8('&'), lt = _mm_set1_epi8('<'), gt = _mm_set1_epi8('>');
-  const __m128i percent = _mm_set1_epi8('%'), cr = _mm_set1_epi8('\r');
-  for (; i + 16 <= size; i += 16) {
-    __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + i));
-    __m128i hits = _mm_or_si128(
-        _mm_or_si128(_mm_cmpeq_epi8(bytes, amp), _mm_cmpeq_epi8(bytes, lt)),
-        _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(bytes, gt), _mm_cmpeq_epi8(bytes, percent)),
-                     _mm_cmpeq_epi8(bytes, cr)));
-    unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(hits));
-    if (mask != 0) return i + static_cast<size_t>(__builtin_ctz(mask));
-  }
-#endif
-  for (; i < size; ++i) {
-    char c = text[i];
-    if (c == '&' || c == '<' || c == '>' || c == '%' || c == '\r') break;
-  }
+  while (i < size && !Escaped(text[i])) ++i;
   return i;
 }
+
+#ifdef __SSE2__
+// The same bytes, marked in a block.
+inline unsigned EscapeMask(__m128i bytes) {
+  const __m128i hits = _mm_or_si128(
+      _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('&')), _mm_cmpeq_epi8(bytes, _mm_set1_epi8('<'))),
+      _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('>')), _mm_cmpeq_epi8(bytes, _mm_set1_epi8('%'))),
+                   _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\r'))));
+  return static_cast<unsigned>(_mm_movemask_epi8(hits));
+}
+
+inline __m128i Load(const char* at) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at)); }
+#endif
+
+}  // namespace
+
+#ifdef __SSE2__
+// Whole blocks, then the last bytes as one block that overlaps the one
+// before. A text shorter than a block is loaded whole when that cannot cross
+// into the next page (so it cannot fault; the sanitizers would still call the
+// read an overflow) and the bytes past its end are masked off.
+__attribute__((no_sanitize("address", "thread"))) size_t PlainPrefix(const char* text, size_t size) {
+  constexpr uintptr_t kPage = 4096;
+  if (size < 16) {
+    // (An empty text may sit at the very start of an unreadable page.)
+    if (size == 0 || (reinterpret_cast<uintptr_t>(text) & (kPage - 1)) > kPage - 16) return PlainBytes(text, size);
+    const unsigned mask = EscapeMask(Load(text)) & ((1u << size) - 1);
+    return mask != 0 ? static_cast<size_t>(__builtin_ctz(mask)) : size;
+  }
+  size_t i = 0;
+  for (; i + 16 <= size; i += 16) {
+    const unsigned mask = EscapeMask(Load(text + i));
+    if (mask != 0) return i + static_cast<size_t>(__builtin_ctz(mask));
+  }
+  if (i == size) return size;
+  const unsigned mask = EscapeMask(Load(text + size - 16)) >> (i - (size - 16));
+  return mask != 0 ? i + static_cast<size_t>(__builtin_ctz(mask)) : size;
+}
+#else
+size_t PlainPrefix(const char* text, size_t size) { return PlainBytes(text, size); }
+#endif
 
 namespace {
 

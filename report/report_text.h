@@ -6,19 +6,77 @@
 #pragma once
 
 #include <stddef.h>
+#include <stdint.h>
 #include <string.h>
 #include <time.h>
 
 #include <string>
 #include <string_view>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 namespace bexo_report {
+namespace report_text_internal {
+
+// The offset of the first byte of `text` that ends it or needs scrubbing.
+#ifdef __SSE2__
+// Aligned 16-byte loads may read past the terminator, but never into the next
+// page, so they cannot fault; the sanitizers would still call them overflows.
+__attribute__((no_sanitize("address", "thread"))) inline size_t FirstSpecial(const char* text) {
+  const uintptr_t address = reinterpret_cast<uintptr_t>(text);
+  const char* block = reinterpret_cast<const char*>(address & ~uintptr_t{15});
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i tab = _mm_set1_epi8('\t');
+  const __m128i line_feed = _mm_set1_epi8('\n');
+  unsigned keep = ~0u << (address & 15);  // the first block starts before `text`
+  unsigned mask;
+  for (;; block += 16, keep = ~0u) {
+    __m128i bytes = _mm_load_si128(reinterpret_cast<const __m128i*>(block));
+    __m128i hits = _mm_or_si128(_mm_cmpeq_epi8(bytes, zero),
+                                _mm_or_si128(_mm_cmpeq_epi8(bytes, tab), _mm_cmpeq_epi8(bytes, line_feed)));
+    // The movemask of the bytes themselves marks those with the high bit set.
+    mask = static_cast<unsigned>(_mm_movemask_epi8(hits) | _mm_movemask_epi8(bytes)) & keep;
+    if (mask != 0) break;
+  }
+  return static_cast<size_t>(block + __builtin_ctz(mask) - text);
+}
+#else
+// 0: plain byte, 1: end of text, 2: needs scrubbing (tab, line feed, high bit).
+struct ByteClasses {
+  unsigned char of[256];
+  constexpr ByteClasses() : of() {
+    of[0] = 1;
+    of['\t'] = 2;
+    of['\n'] = 2;
+    for (int c = 0x80; c < 0x100; ++c) of[c] = 2;
+  }
+};
+inline constexpr ByteClasses kByteClasses;
+
+inline size_t FirstSpecial(const char* text) {
+  const unsigned char* p = reinterpret_cast<const unsigned char*>(text);
+  while (kByteClasses.of[*p] == 0) ++p;
+  return static_cast<size_t>(p - reinterpret_cast<const unsigned char*>(text));
+}
+#endif
+
+}  // namespace report_text_internal
 
 // An argument after BEXOScrubbedString's cleaning. Clean text (the usual
 // case) is viewed in place, so the source must outlive the field.
 class ScrubbedField {
  public:
-  explicit ScrubbedField(const char* text);
+  // Inline: clean text, the usual case, costs one scan and no call.
+  explicit ScrubbedField(const char* text) : source_(text ? text : "") {
+    size_t clean = report_text_internal::FirstSpecial(source_);
+    if (source_[clean] == '\0') {
+      view_ = std::string_view(source_, clean);
+    } else {
+      Scrub();
+    }
+  }
   ScrubbedField(const ScrubbedField&) = delete;
   ScrubbedField& operator=(const ScrubbedField&) = delete;
 
@@ -27,6 +85,8 @@ class ScrubbedField {
   bool empty() const { return view_.empty(); }
 
  private:
+  void Scrub();  // copies the text and cleans the copy
+
   const char* source_;
   std::string_view view_;
   std::string owned_;
