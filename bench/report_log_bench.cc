@@ -4,6 +4,7 @@
 // and 2 threads and with 2 processes of 2 threads. Files go under BEXO_ROOT
 // and are removed after each benchmark. A summary compares the figures.
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -87,6 +88,39 @@ void BM_WriteAccessLog(benchmark::State& state) {
   meter.Finish(state);
   state.SetItemsProcessed(state.iterations());
   if (state.thread_index() == 0) RemoveFiles();
+}
+
+// The kernel's part alone: the same record in batches of 100, each batch
+// appended with one write() to a file kept open, a fresh file every 100 MiB.
+// No writer that puts these bytes into a file on this file system can be
+// faster; it bounds any multiple of spdlog that is reachable.
+void BM_AppendFloor(benchmark::State& state) {
+  std::string batch;
+  for (int i = 0; i < 100; ++i) batch += g_line;
+  const std::string path = g_dir + "/floor.log";
+  int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0660);
+  size_t file_bytes = 0;
+  int pending = 0;
+  CpuMeter meter(state);
+  for (auto _ : state) {
+    if (++pending < 100) continue;
+    pending = 0;
+    if (write(fd, batch.data(), batch.size()) != static_cast<ssize_t>(batch.size())) {
+      state.SkipWithError("append failed");
+      break;
+    }
+    file_bytes += batch.size();
+    if (file_bytes >= 100u << 20) {
+      close(fd);
+      unlink(path.c_str());
+      fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0660);
+      file_bytes = 0;
+    }
+  }
+  meter.Finish(state);
+  close(fd);
+  state.SetItemsProcessed(state.iterations());
+  RemoveFiles();
 }
 
 // 2 processes x 2 threads, `records` per thread; returns the wall seconds.
@@ -220,6 +254,7 @@ class SummaryReporter : public benchmark::ConsoleReporter {
         {"WriteAccessLog, 1 thread", "BM_WriteAccessLog:1", "BM_Spdlog:1"},
         {"WriteAccessLog, 2 threads", "BM_WriteAccessLog:2", "BM_Spdlog:2"},
         {"WriteAccessLog, 2 proc x 2", "BM_WriteAccessLog_2Processes:1", "BM_Spdlog_2Processes:1"},
+        {"kernel append floor, 1 thr", "BM_AppendFloor:1", "BM_Spdlog:1"},
     };
     for (const auto& c : cases) {
       const Result ours = results_[c[1]];
@@ -241,6 +276,7 @@ class SummaryReporter : public benchmark::ConsoleReporter {
 
 BENCHMARK(BM_ReportQueuePush)->Threads(1)->Threads(2)->UseRealTime()->MinTime(1.0);
 BENCHMARK(BM_WriteAccessLog)->Threads(1)->Threads(2)->UseRealTime()->MinTime(1.0);
+BENCHMARK(BM_AppendFloor)->UseRealTime()->MinTime(1.0);
 BENCHMARK(BM_ReportQueuePush_2Processes)->Iterations(1)->UseManualTime();
 BENCHMARK(BM_WriteAccessLog_2Processes)->Iterations(1)->UseManualTime();
 #ifdef BEXO_HAVE_SPDLOG
