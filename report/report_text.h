@@ -181,13 +181,15 @@ std::string_view DomainOf(std::string_view text);
 std::string_view FilenameOf(std::string_view path, std::string_view protocol);
 // cutInvalidUTF8: the length kept of `text`.
 size_t CutInvalidUTF8Length(std::string_view text);
-// getPath: cut at "?", "/" when empty, then escaped.
+// getPath before escaping: cut at "?", "/" when empty.
+inline std::string_view PathPart(std::string_view text) {
+  text = text.substr(0, text.find('?'));
+  return text.empty() ? std::string_view("/") : text;
+}
+// getPath: PathPart, escaped.
 template <typename Out>
 void PathTo(std::string_view text, Out& out) {
-  size_t query = text.find('?');
-  if (query != std::string_view::npos) text = text.substr(0, query);
-  if (text.empty()) text = "/";
-  DescriptifyTo(text, false, true, out);
+  DescriptifyTo(PathPart(text), false, true, out);
 }
 // getUrl into a 1024-byte buffer: at most 1023 bytes and a terminator.
 size_t UrlInto(std::string_view protocol, const char* host, int port, const char* path, char* out);

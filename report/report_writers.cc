@@ -18,7 +18,7 @@ using bexo_report::DateInto;
 using bexo_report::DomainOf;
 using bexo_report::FormatSlot;
 using bexo_report::OrDefault;
-using bexo_report::PathTo;
+using bexo_report::PathPart;
 using bexo_report::ScrubbedField;
 using std::string_view;
 
@@ -40,8 +40,11 @@ int PushRecord(LogQueue& queue, size_t capacity, const Args&... args) {
   return queue.Push(line.data(), static_cast<int>(length));
 }
 
+// The text with entities escaped, at most N bytes. Text with nothing to
+// escape (the usual case) is returned in place, uncopied.
 template <size_t N>
 string_view Escape(string_view text, BoundedText<N>& out) {
+  if (bexo_report::PlainPrefix(text.data(), text.size()) == text.size()) return text.substr(0, N);
   bexo_report::DescriptifyTo(text, false, true, out);
   return out.view();
 }
@@ -51,11 +54,12 @@ string_view Cut(string_view text) { return text.substr(0, bexo_report::CutInvali
 // The URL (escaped, then cut) and file name of one request.
 struct RequestFields {
   RequestFields(const ScrubbedField& protocol, const ScrubbedField& host, int port, const ScrubbedField& path) {
-    char raw[1024];
-    size_t length = bexo_report::UrlInto(protocol.view(), host.c_str(), port, path.c_str(), raw);
-    url = Cut(Escape(string_view(raw, length), escaped_url));
+    size_t length = bexo_report::UrlInto(protocol.view(), host.c_str(), port, path.c_str(), raw_url);
+    url = Cut(Escape(string_view(raw_url, length), escaped_url));
     file_name = Cut(bexo_report::FilenameOf(path.view(), protocol.view()));
   }
+  RequestFields(const RequestFields&) = delete;  // `url` may point into `raw_url`
+  char raw_url[1024];
   BoundedText<1024> escaped_url;
   string_view url;
   string_view file_name;
@@ -85,12 +89,12 @@ template <FormatSlot kSlot>
 int WriteViolationWithInfo(size_t capacity, const ViolationFields& f, const ScrubbedField& host,
                            const report_access_info& info) {
   ScrubbedField text1(info.text1), text2(info.text2), text3(info.text3), text5(info.text5);
-  BoundedText<300> domain;
-  Escape(bexo_report::DomainOf(host.view()), domain);
+  BoundedText<300> escaped_domain;
+  const string_view domain = Escape(bexo_report::DomainOf(host.view()), escaped_domain);
   return PushRecord<kSlot>(Report_Log_Read_Write::GetViolationLogQueue(), capacity, f.user, f.date, f.protocol, f.url,
                            f.malicious, f.file_name, f.entity, f.action, f.scan_type, f.blocked_by, f.rule, f.rule_id,
                            f.group, f.category, f.uid, info.size, text1.view(), text2.view(), text3.view(),
-                           domain.view(), text5.view(), info.number1, info.number2, info.number3);
+                           domain, text5.view(), info.number1, info.number2, info.number3);
 }
 
 // The arguments shared by the virus and blocking writers, scrubbed and prepared.
@@ -100,8 +104,8 @@ struct ViolationRequest {
                    const char* uid_arg)
       : user(user_arg), protocol(protocol_arg), host(host_arg), path(path_arg), rule(rule_arg),
         group(group_arg), category(category_arg), uid(uid_arg), request(protocol, host, port, path) {
-    Escape(rule.view(), escaped_rule);
-    Escape(category.view(), escaped_category);
+    rule_field = Escape(rule.view(), escaped_rule);
+    category_field = Escape(category.view(), escaped_category);
   }
   ViolationFields Fields() const {
     ViolationFields f{};
@@ -110,9 +114,9 @@ struct ViolationRequest {
     f.protocol = protocol.view();
     f.url = request.url;
     f.file_name = request.file_name;
-    f.rule = escaped_rule.view();
+    f.rule = rule_field;
     f.group = bexo_report::OrDefault(group.view(), kUnknown);
-    f.category = escaped_category.view();
+    f.category = category_field;
     f.uid = uid.view();
     return f;
   }
@@ -121,6 +125,7 @@ struct ViolationRequest {
   CurrentDate date;
   BoundedText<1024> escaped_rule;
   BoundedText<128> escaped_category;
+  string_view rule_field, category_field;  // may point into the buffers above
 };
 
 struct BotRequest {
@@ -219,13 +224,13 @@ int Report_Log_Read_Write::WriteAccessLog(const char* user_arg, const char* prot
   RequestFields request(protocol, host, port, path);
   CurrentDate date;
   BoundedText<1024> escaped_path, escaped_names;
-  PathTo(path.view(), escaped_path);
-  Escape(category_names.view(), escaped_names);
+  const string_view path_field = Escape(PathPart(path.view()), escaped_path);
+  const string_view names = Escape(category_names.view(), escaped_names);
   return PushRecord<bexo_report::kAccess>(
       GetAccessLogQueue(), 6144, OrDefault(user.view(), kUnknown), request.url, size, date.view, protocol.view(),
-      mime.view(), server.view(), client_ip.view(), server_ip.view(), DomainOf(host.view()), escaped_path.view(),
+      mime.view(), server.view(), client_ip.view(), server_ip.view(), DomainOf(host.view()), path_field,
       request.file_name, operation.view(), uid.view(), category, category_type, elapsed_ms / 1000, elapsed_ms,
-      escaped_names.view(), extra.view());
+      names, extra.view());
 }
 
 int Report_Log_Read_Write::WriteVirusLog(const char* user, const char* protocol, const char* host, int port,
@@ -308,10 +313,10 @@ int Report_Log_Read_Write::WriteRkdxLog(const char* user_arg, const char* protoc
   RequestFields request(protocol, host, port, path);
   CurrentDate date;
   BoundedText<1024> escaped_rule;
-  Escape(rule.view(), escaped_rule);
+  const string_view rule_field = Escape(rule.view(), escaped_rule);
   return PushRecord<bexo_report::kRkdx>(
       GetRkdxLogQueue(), 5000, OrDefault(user.view(), kUnknown), date.view, protocol.view(), request.url,
-      DomainOf(host.view()), device.view(), escaped_rule.view(), OrDefault(group.view(), kUnknown), client_ip.view(),
+      DomainOf(host.view()), device.view(), rule_field, OrDefault(group.view(), kUnknown), client_ip.view(),
       server_ip.view(), destination_port, alert_source, risk_level, uid.view(), filter_action);
 }
 
