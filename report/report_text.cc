@@ -10,9 +10,11 @@
 namespace bexo_report {
 namespace {
 
+// Plain data, zero-initialised: no per-access initialisation check.
 struct DateCache {
-  time_t second = -1;
-  size_t length = 0;
+  bool valid;
+  time_t second;
+  size_t length;
   char text[32];
 };
 thread_local DateCache t_date_cache;
@@ -145,11 +147,12 @@ size_t UrlInto(std::string_view protocol, const char* host, int port, const char
 
 size_t DateInto(time_t when, char* out) {
   DateCache& cache = t_date_cache;
-  if (cache.second != when) {
+  if (!cache.valid || cache.second != when) {
     struct tm local;
     localtime_r(&when, &local);
     cache.length = strftime(cache.text, sizeof cache.text, "%Y-%m-%d %H:%M:%S%z", &local);
     cache.second = when;
+    cache.valid = true;
   }
   memcpy(out, cache.text, cache.length + 1);
   return cache.length;
