@@ -94,7 +94,7 @@ class BEXO_EXPORT CommonIPCServer {
   void EnableSignal();
 
  private:
-  void RestoreListeningSocket(fd_set* master, bool report);
+  bool RestoreListeningSocket(bool report);
 
   int port_;
   int listen_socket_;          // -1 when none

@@ -85,8 +85,7 @@ bool CommonIPCClient::ConnectToServer() {
     sock_ = -1;
     return false;
   }
-  int one = 1;
-  setsockopt(sock_, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+  // No SO_REUSEADDR: it has no effect on a Unix-domain socket.
 
   sockaddr_un address;
   socklen_t length = bexo::MakeIpcAddress(port_, &address);
@@ -139,13 +138,19 @@ ssize_t CommonIPCClient::WriteAll(iovec* parts, int count) {
   msghdr message{};
   message.msg_iov = parts;
   message.msg_iovlen = count;
+  bool first = true;
   while (written < total) {
     // Anything readable before the request is complete means the server
-    // closed or misbehaved.
-    pollfd readable{sock_, POLLIN, 0};
-    int polled = poll(&readable, 1, 0);
-    if (polled < 0 && errno == EINTR) continue;
-    if (polled != 0) break;
+    // closed or misbehaved. The first write goes out unchecked: a server
+    // answering a connection it was handed microseconds ago races that write
+    // anyway, and a peer that already hung up fails it with EPIPE.
+    if (!first) {
+      pollfd readable{sock_, POLLIN, 0};
+      int polled = poll(&readable, 1, 0);
+      if (polled < 0 && errno == EINTR) continue;
+      if (polled != 0) break;
+    }
+    first = false;
 
     ssize_t sent = sendmsg(sock_, &message, MSG_NOSIGNAL);
     if (sent < 0 && errno == EINTR) continue;
