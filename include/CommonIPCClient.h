@@ -75,9 +75,9 @@ class BEXO_EXPORT CommonIPCClient {
  private:
   ssize_t WriteAll(struct iovec* parts, int count);
   // Reads at least `least` and at most `most` bytes within the silence
-  // budget, polling before each read or (`read_first`) only when a read finds
-  // nothing; returns the count, or -1 after closing the socket.
-  ssize_t ReadSome(char* buf, size_t least, size_t most, bool read_first);
+  // budget; returns the count, or -1 after closing the socket.
+  ssize_t ReadSome(char* buf, size_t least, size_t most);
+  void ReadInRounds();
   bool AwaitReady(short events, int* idle_seconds);
   bool AwaitConnected(int seconds);
 
