@@ -25,6 +25,7 @@ namespace {
 
 constexpr int kBacklog = 5;
 constexpr long kListenRoundSeconds = 1;  // how soon the listener sees the stop flag
+constexpr size_t kDirectRequestBytes = 1 << 20;
 constexpr char kLogFile[] = "CommonIPCServer.cpp";
 
 static_assert(sizeof(sockaddr_un) == 110, "accept() address buffer of 110 bytes");
@@ -299,13 +300,15 @@ bool CommonIPCServer::SendToClient(const char* data, const CommonIPCMsgHeader& h
   return sent;
 }
 
-// Reads the request straight into the string the handler takes, instead of
-// a malloc'd buffer that is then copied: the handler sees the same text, cut
-// at its first NUL.
+// Requests up to kDirectRequestBytes are read straight into the string the
+// handler takes instead of a malloc'd buffer that is then copied. Larger ones
+// keep the buffer: a string would zero-fill whatever length a header
+// announces, where malloc commits pages only as the bytes arrive.
 void CommonIPCServer::Process() {
   std::string request;
-  CommonIPCMsgHeader header;
-  auto reserve = [&request](size_t length) -> char* {
+  char* large = nullptr;
+  auto reserve = [&request, &large](size_t length) -> char* {
+    if (length > kDirectRequestBytes) return large = static_cast<char*>(malloc(length + 1));
     try {
       request.resize(length);
     } catch (const std::exception&) {
@@ -313,16 +316,22 @@ void CommonIPCServer::Process() {
     }
     return &request[0];
   };
+  CommonIPCMsgHeader header;
   if (!ReadRequest(client_socket_, &header, reserve)) {
+    free(large);
     DisconnectClient();
     delete this;
     return;
   }
-  size_t cut = request.find('\0');
-  if (cut != std::string::npos) request.resize(cut);
   std::string reply;
   if (handler_ != nullptr) {
     try {
+      // The handler sees the request as a C string: up to its first NUL.
+      if (large != nullptr) {
+        request.assign(large);
+      } else {
+        request.resize(strlen(request.c_str()));
+      }
       reply = handler_(std::move(request));
     } catch (const std::exception& error) {
       reply.clear();
@@ -332,6 +341,7 @@ void CommonIPCServer::Process() {
       UX_LOG(1, kLogFile, "Process", "ERROR: IPC handler on port %d failed", port_);
     }
   }
+  free(large);
   size_t length = strlen(reply.c_str());
   CommonIPCMsgHeader answer;
   answer.length = length < UINT32_MAX ? static_cast<uint32_t>(length) : UINT32_MAX;
