@@ -89,8 +89,9 @@ class BEXO_EXPORT CommonIPCServer {
 
   // Serves the client socket's connection and then deletes this object,
   // which must therefore come from new (the listener's copies do). The
-  // request is read as ReceiveFromClient reads it, but straight into the
-  // string handed to the handler rather than into a buffer that is copied.
+  // request is read as ReceiveFromClient reads it, but one of up to 1 MiB
+  // goes straight into the string handed to the handler rather than into a
+  // buffer that is then copied.
   void Process();
 
   void DisconnectClient();  // closes the client socket if open
