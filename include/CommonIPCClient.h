@@ -42,6 +42,10 @@ class BEXO_EXPORT CommonIPCClient {
 
   // Creates a non-blocking socket and connects, retrying while the server's
   // backlog is full. False (and the socket closed) when no connection was made.
+  // Once connected, the socket blocks on reads for at most one 5-second round
+  // (its receive timeout), so a reply wakes the reader in read() itself;
+  // writes stay non-blocking. SetSocketUnblocked makes reads wait in poll()
+  // rounds instead, with the same budget.
   bool ConnectToServer();
 
   // Makes the socket non-blocking and close-on-exec. Returns the descriptor,
@@ -51,7 +55,9 @@ class BEXO_EXPORT CommonIPCClient {
   // Writes all `len` bytes; returns `len`, 0 when `len` < 1, or -1 after
   // closing the socket. The write is abandoned as soon as the socket becomes
   // readable: the server has nothing to say before the request is complete,
-  // so anything readable means it closed or misbehaved.
+  // so anything readable means it closed or misbehaved. The first part goes
+  // out without that check (a peer that already hung up fails it anyway);
+  // every later part of a write that did not fit at once is checked.
   int WriteSock(char* buf, int len);
 
   // Reads exactly `len` bytes; returns `len`, 0 when `len` < 1, or -1 (after
@@ -75,9 +81,9 @@ class BEXO_EXPORT CommonIPCClient {
  private:
   ssize_t WriteAll(struct iovec* parts, int count);
   // Reads at least `least` and at most `most` bytes within the silence
-  // budget, polling before each read or (`read_first`) only when a read finds
-  // nothing; returns the count, or -1 after closing the socket.
-  ssize_t ReadSome(char* buf, size_t least, size_t most, bool read_first);
+  // budget; returns the count, or -1 after closing the socket.
+  ssize_t ReadSome(char* buf, size_t least, size_t most);
+  void ReadInRounds();
   bool AwaitReady(short events, int* idle_seconds);
   bool AwaitConnected(int seconds);
 

@@ -22,8 +22,8 @@
 // Thread safety: the handler is called from several serving threads at once
 // and must be safe for that. StopListening may be called from any thread;
 // the other operations of the listening object belong to its owner. SIGINT
-// and SIGTERM are blocked on the listener thread while it waits and spawns,
-// so serving threads start with them blocked and the daemon's other threads
+// and SIGTERM are blocked on the listener thread for its whole life, so
+// serving threads start with them blocked and the daemon's other threads
 // receive them.
 #pragma once
 
@@ -65,10 +65,15 @@ class BEXO_EXPORT CommonIPCServer {
   void StopListening();
 
   // The listener loop. Returns 0 when the stop flag is seen, or the error of
-  // a failed thread creation, which ends listening.
+  // a failed thread creation, which ends listening. It waits in accept()
+  // itself, with a one-second receive timeout on the listening socket as the
+  // round in which it looks at the stop flag: one system call per connection
+  // instead of select() and accept(). A connection that cannot be accepted is
+  // skipped rather than handed to a serving thread with no socket.
   int Listening();
 
   // select() for reading on the listening socket; `seconds` 0 waits forever.
+  // With EventFromClient, for callers that run a loop of their own.
   int ReceiveWaitFromClient(fd_set* set, long seconds);
 
   // If the listening socket is in `set`, removes it, accepts the connection as
@@ -83,7 +88,10 @@ class BEXO_EXPORT CommonIPCServer {
   bool SendToClient(const char* data, const CommonIPCMsgHeader& hdr);
 
   // Serves the client socket's connection and then deletes this object,
-  // which must therefore come from new (the listener's copies do).
+  // which must therefore come from new (the listener's copies do). The
+  // request is read as ReceiveFromClient reads it, but one of up to 1 MiB
+  // goes straight into the string handed to the handler rather than into a
+  // buffer that is then copied.
   void Process();
 
   void DisconnectClient();  // closes the client socket if open
@@ -94,7 +102,7 @@ class BEXO_EXPORT CommonIPCServer {
   void EnableSignal();
 
  private:
-  void RestoreListeningSocket(fd_set* master, bool report);
+  bool RestoreListeningSocket(bool report);
 
   int port_;
   int listen_socket_;          // -1 when none

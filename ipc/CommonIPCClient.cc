@@ -7,6 +7,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -85,15 +86,17 @@ bool CommonIPCClient::ConnectToServer() {
     sock_ = -1;
     return false;
   }
-  int one = 1;
-  setsockopt(sock_, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+  // No SO_REUSEADDR: it has no effect on a Unix-domain socket.
 
   sockaddr_un address;
   socklen_t length = bexo::MakeIpcAddress(port_, &address);
   int elapsed = 0;
   int last_wait = kConnectBudgetSeconds;
   for (;;) {
-    if (connect(sock_, reinterpret_cast<sockaddr*>(&address), length) == 0) return true;
+    if (connect(sock_, reinterpret_cast<sockaddr*>(&address), length) == 0) {
+      ReadInRounds();
+      return true;
+    }
     int error = errno;
     if (error == EAGAIN) {
       // The server's backlog is full: back off for 1 to 3 seconds.
@@ -105,7 +108,10 @@ bool CommonIPCClient::ConnectToServer() {
       continue;
     }
     if (error == EINPROGRESS) {
-      if (AwaitConnected(kConnectBudgetSeconds - elapsed)) return true;
+      if (AwaitConnected(kConnectBudgetSeconds - elapsed)) {
+        ReadInRounds();
+        return true;
+      }
       last_wait = kConnectBudgetSeconds;
     }
     // Any other error costs the last wait: at once fatal on the first attempt,
@@ -115,6 +121,20 @@ bool CommonIPCClient::ConnectToServer() {
   }
   Disconnect();
   return false;
+}
+
+// Once connected, reads block with the 5-second round as the socket's receive
+// timeout: a read that times out is a silent round, exactly like a select()
+// or poll() round that times out, and a reply wakes the reader straight in
+// read() rather than in poll() and then read(), which costs microseconds per
+// exchange. Writes stay non-blocking (MSG_DONTWAIT). If either step fails the
+// socket simply stays non-blocking and reads wait in poll().
+void CommonIPCClient::ReadInRounds() {
+  int round = bexo::IpcClientMillis(kRoundSeconds);
+  timeval timeout{round / 1000, (round % 1000) * 1000};
+  if (setsockopt(sock_, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout) == 0) {
+    fcntl(sock_, F_SETFL, 0);  // the socket was created with O_NONBLOCK as its only status flag
+  }
 }
 
 bool CommonIPCClient::AwaitReady(short events, int* idle_seconds) {
@@ -139,15 +159,21 @@ ssize_t CommonIPCClient::WriteAll(iovec* parts, int count) {
   msghdr message{};
   message.msg_iov = parts;
   message.msg_iovlen = count;
+  bool first = true;
   while (written < total) {
     // Anything readable before the request is complete means the server
-    // closed or misbehaved.
-    pollfd readable{sock_, POLLIN, 0};
-    int polled = poll(&readable, 1, 0);
-    if (polled < 0 && errno == EINTR) continue;
-    if (polled != 0) break;
+    // closed or misbehaved. The first write goes out unchecked: a server
+    // answering a connection it was handed microseconds ago races that write
+    // anyway, and a peer that already hung up fails it with EPIPE.
+    if (!first) {
+      pollfd readable{sock_, POLLIN, 0};
+      int polled = poll(&readable, 1, 0);
+      if (polled < 0 && errno == EINTR) continue;
+      if (polled != 0) break;
+    }
+    first = false;
 
-    ssize_t sent = sendmsg(sock_, &message, MSG_NOSIGNAL);
+    ssize_t sent = sendmsg(sock_, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
     if (sent < 0 && errno == EINTR) continue;
     if (sent < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
       // The server has not yet drained what is queued: wait for room (or for
@@ -170,16 +196,22 @@ int CommonIPCClient::WriteSock(char* buf, int len) {
   return static_cast<int>(WriteAll(&part, 1));
 }
 
-ssize_t CommonIPCClient::ReadSome(char* buf, size_t least, size_t most, bool read_first) {
+ssize_t CommonIPCClient::ReadSome(char* buf, size_t least, size_t most) {
   size_t got = 0;
   int idle_seconds = 0;
   while (got < least) {
-    if (!read_first && !AwaitReady(POLLIN, &idle_seconds)) break;
     ssize_t count = read(sock_, buf + got, most - got);
     if (count < 0 && errno == EINTR) continue;
     if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-      // Nothing there yet: wait in the usual rounds.
-      if (read_first && !AwaitReady(POLLIN, &idle_seconds)) break;
+      int flags = fcntl(sock_, F_GETFL);
+      if (flags != -1 && (flags & O_NONBLOCK) != 0) {
+        // A non-blocking socket: wait for data in poll() rounds.
+        if (!AwaitReady(POLLIN, &idle_seconds)) break;
+        continue;
+      }
+      // A blocking read that timed out: one silent round.
+      if (flags == -1 || idle_seconds > kIdleGiveUpAbove) break;
+      idle_seconds += kRoundSeconds;
       continue;
     }
     if (count <= 0) break;
@@ -193,7 +225,7 @@ ssize_t CommonIPCClient::ReadSome(char* buf, size_t least, size_t most, bool rea
 int CommonIPCClient::ReadSock(char* buf, int len) {
   if (sock_ < 1) return -1;
   if (len < 1) return 0;
-  return static_cast<int>(ReadSome(buf, static_cast<size_t>(len), static_cast<size_t>(len), false));
+  return static_cast<int>(ReadSome(buf, static_cast<size_t>(len), static_cast<size_t>(len)));
 }
 
 bool CommonIPCClient::SendToServer(const char* data, const CommonIPCMsgHeader& hdr) {
@@ -216,7 +248,7 @@ bool CommonIPCClient::ReceiveFromServer(char** data, CommonIPCMsgHeader* hdr) {
   // The header read takes whatever else has arrived too (the server writes
   // header and body at once), which spares small replies a second read.
   char first[4096];
-  ssize_t got = ReadSome(first, sizeof(CommonIPCMsgHeader), sizeof first, false);
+  ssize_t got = ReadSome(first, sizeof(CommonIPCMsgHeader), sizeof first);
   if (got < 0) return false;
   CommonIPCMsgHeader header;
   memcpy(&header, first, sizeof header);
@@ -232,11 +264,10 @@ bool CommonIPCClient::ReceiveFromServer(char** data, CommonIPCMsgHeader* hdr) {
   }
   // Every byte before the terminator is overwritten by the reads, so only the
   // terminator needs zeroing; large buffers stay uncommitted until data arrives.
-  // The rest of the body is usually in already: read before polling.
   size_t have = std::min(length, static_cast<size_t>(got) - sizeof header);
   memcpy(body, first + sizeof header, have);
   size_t rest = length - have;
-  if (rest > 0 && ReadSome(body + have, rest, rest, true) != static_cast<ssize_t>(rest)) {
+  if (rest > 0 && ReadSome(body + have, rest, rest) != static_cast<ssize_t>(rest)) {
     delete[] body;
     return false;
   }

@@ -132,11 +132,14 @@ TEST_F(CommonIPCClientTest, BusyServerIsRetriedUntilThirtySecondsWereSlept) {
 }
 
 // The read gives up after 95 silent client seconds (10 ms each here), also
-// when data trickles in: 100 bytes at one per 120 ms would take 12 s.
+// when data trickles in: 100 bytes at one per 120 ms would take 12 s. The
+// connected socket waits in read(); one made non-blocking again waits in poll().
 TEST_F(CommonIPCClientTest, ReadGivesUpAfterNinetyFiveSilentSeconds) {
   bexo::SetIpcClientSecondForTesting(10);
-  for (bool trickle : {false, true}) {
-    SCOPED_TRACE(trickle ? "trickling" : "silent");
+  for (int round = 0; round < 4; ++round) {
+    bool trickle = round & 1;
+    bool unblocked = round & 2;
+    SCOPED_TRACE(std::string(trickle ? "trickling" : "silent") + (unblocked ? ", unblocked" : ""));
     FakeServer server(SocketPath(), 5);
     int peer = -1;
     std::thread serve([&] {
@@ -150,6 +153,9 @@ TEST_F(CommonIPCClientTest, ReadGivesUpAfterNinetyFiveSilentSeconds) {
     });
     BEXO::CommonIPCClient client;
     ASSERT_TRUE(Send(&client, "V1\r\nWAIT\r\n"));
+    if (unblocked) {
+      ASSERT_GT(client.SetSocketUnblocked(), 0);
+    }
     Clock::time_point start = Clock::now();
     EXPECT_FALSE(Receive(&client));
     EXPECT_GE(SecondsSince(start), 95 * 0.010);

@@ -7,6 +7,7 @@
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -24,6 +25,7 @@ namespace {
 
 constexpr int kBacklog = 5;
 constexpr long kListenRoundSeconds = 1;  // how soon the listener sees the stop flag
+constexpr size_t kDirectRequestBytes = 1 << 20;
 constexpr char kLogFile[] = "CommonIPCServer.cpp";
 
 static_assert(sizeof(sockaddr_un) == 110, "accept() address buffer of 110 bytes");
@@ -41,6 +43,30 @@ ssize_t ReadAtLeast(int fd, char* buffer, size_t least, size_t most) {
   return static_cast<ssize_t>(got);
 }
 
+// Reads one request frame from `fd`: the header into `*hdr`, the body into
+// the length + 1 bytes that `reserve(length)` returns (null when there is no
+// memory), followed by a NUL. The header read takes whatever else has arrived
+// too, which spares small requests a second read; bytes beyond the frame are
+// dropped. False on end of file, error or no memory; whatever `reserve`
+// handed out is the caller's to release.
+template <typename Reserve>
+bool ReadRequest(int fd, CommonIPCMsgHeader* hdr, Reserve reserve) {
+  char first[4096];
+  ssize_t got = ReadAtLeast(fd, first, sizeof(CommonIPCMsgHeader), sizeof first);
+  if (got < 0) return false;
+  memcpy(hdr, first, sizeof *hdr);
+  size_t length = hdr->length;
+  if (length == SIZE_MAX) return false;  // length + 1 would wrap where size_t is 32 bits
+  char* body = reserve(length);
+  if (body == nullptr) return false;
+  size_t have = std::min(length, static_cast<size_t>(got) - sizeof *hdr);
+  memcpy(body, first + sizeof *hdr, have);
+  size_t rest = length - have;
+  if (rest > 0 && ReadAtLeast(fd, body + have, rest, rest) < 0) return false;
+  body[length] = '\0';
+  return true;
+}
+
 // Writes every byte of `parts`, blocking; false when a write moves nothing.
 // MSG_NOSIGNAL: a client that hung up must not raise SIGPIPE in the daemon.
 bool WriteFully(int fd, iovec* parts, int count) {
@@ -54,6 +80,13 @@ bool WriteFully(int fd, iovec* parts, int count) {
     bexo::SkipSentBytes(&message, sent);
   }
   return true;
+}
+
+// Accept waits at most one listener round, so that the stop flag is seen
+// within about a second.
+bool AcceptInRounds(int fd) {
+  timeval round{kListenRoundSeconds, 0};
+  return setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &round, sizeof round) == 0;
 }
 
 void SetSignalsBlocked(bool blocked) {
@@ -164,29 +197,39 @@ bool CommonIPCServer::EventFromClient(fd_set* set) {
 }
 
 // Replaces a listening socket that failed (or could not be made) with a new
-// one and rebuilds the master set. A failure is reported once, when `report`
-// says the previous socket was working; the listener retries every round.
-void CommonIPCServer::RestoreListeningSocket(fd_set* master, bool report) {
+// one. A failure is reported once, when `report` says the previous socket was
+// working; the listener retries every round.
+bool CommonIPCServer::RestoreListeningSocket(bool report) {
   CloseSocket();
-  listen_socket_ = CreateSocket();
+  int fd = CreateSocket();
+  if (fd >= 0 && !AcceptInRounds(fd)) {
+    int error = errno;
+    close(fd);
+    errno = error;
+    fd = -1;
+  }
   int error = errno;
-  FD_ZERO(master);
-  if (listen_socket_ >= 0) {
-    FD_SET(listen_socket_, master);
-  } else if (report) {
+  listen_socket_ = fd;
+  if (fd < 0 && report) {
     char text[256];
     UX_LOG(1, kLogFile, "Listening", "ERROR: cannot listen on IPC port %d again: %s", port_,
            strerror_r(error, text, sizeof text));
   }
+  return fd >= 0;
 }
 
+// The listener waits in accept() itself, with the socket's receive timeout
+// as the one-second round: the same rounds as a select() with a one-second
+// timeout followed by accept(), one system call per connection fewer.
 int CommonIPCServer::Listening() {
-  fd_set master;
-  FD_ZERO(&master);
-  if (listen_socket_ >= 0) FD_SET(listen_socket_, &master);
   pthread_attr_t detached;
   pthread_attr_init(&detached);
   pthread_attr_setdetachstate(&detached, PTHREAD_CREATE_DETACHED);
+  // Blocked once for the listener's whole life rather than around every
+  // round: the stop signals are never delivered to this thread either way,
+  // and every serving thread starts with them blocked.
+  DisableSignal();
+  bool working = listen_socket_ >= 0 && AcceptInRounds(listen_socket_);
   int result = 0;
   for (;;) {
     pthread_mutex_lock(&stop_mutex_);
@@ -194,58 +237,54 @@ int CommonIPCServer::Listening() {
     pthread_mutex_unlock(&stop_mutex_);
     if (stop) break;
 
-    // Serving threads created in this window inherit the blocked signals.
-    DisableSignal();
-    fd_set ready = master;
-    int waited = ReceiveWaitFromClient(&ready, kListenRoundSeconds);
-    int wait_error = errno;
-    if (listen_socket_ < 0) {
-      RestoreListeningSocket(&master, false);
-    } else if (waited >= 0) {
-      if (EventFromClient(&ready)) {
-        CommonIPCServer* copy = new (std::nothrow) CommonIPCServer(*this);
-        if (copy == nullptr) {
-          DisconnectClient();
-        } else {
-          client_socket_ = -1;  // the copy owns the connection now
-          pthread_t thread;
-          result = pthread_create(&thread, &detached, ThreadProcess, copy);
-          if (result != 0) {
-            delete copy;  // closes its connection
-            break;        // listening ends; this finishing thread keeps its mask
-          }
-        }
-      }
-    } else if (wait_error != EINTR) {
-      RestoreListeningSocket(&master, true);
+    if (!working) {
+      // No socket to wait on: sit out one round, then try a new one.
+      fd_set none;
+      FD_ZERO(&none);
+      CloseSocket();
+      ReceiveWaitFromClient(&none, kListenRoundSeconds);
+      working = RestoreListeningSocket(false);
+      continue;
     }
-    EnableSignal();
+    sockaddr_un peer;
+    socklen_t size = sizeof peer;
+    int fd = accept4(listen_socket_, reinterpret_cast<sockaddr*>(&peer), &size, SOCK_CLOEXEC);
+    if (fd < 0) {
+      // A quiet round, a signal, or one connection that could not be taken
+      // (it would only have failed its serving thread's first read). Only a
+      // socket that no longer listens is replaced.
+      int error = errno;
+      if (error == EBADF || error == EINVAL || error == ENOTSOCK || error == EOPNOTSUPP) {
+        working = RestoreListeningSocket(true);
+      }
+      continue;
+    }
+    CommonIPCServer* copy = new (std::nothrow) CommonIPCServer(*this);
+    if (copy == nullptr) {
+      close(fd);
+      continue;
+    }
+    copy->client_socket_ = fd;  // the copy owns the connection
+    pthread_t thread;
+    result = pthread_create(&thread, &detached, ThreadProcess, copy);
+    if (result != 0) {
+      delete copy;  // closes its connection
+      break;        // listening ends
+    }
   }
   pthread_attr_destroy(&detached);
   return result;
 }
 
 bool CommonIPCServer::ReceiveFromClient(char** data, CommonIPCMsgHeader* hdr) {
-  // The header read takes whatever else has arrived too, which spares small
-  // requests a second read; bytes beyond the frame are dropped.
-  char first[4096];
-  ssize_t got = ReadAtLeast(client_socket_, first, sizeof(CommonIPCMsgHeader), sizeof first);
-  if (got < 0) return false;
-  memcpy(hdr, first, sizeof *hdr);
-  size_t length = hdr->length;
-  if (length == SIZE_MAX) return false;  // length + 1 would wrap where size_t is 32 bits
+  char* body = nullptr;
   // The announced length is trusted; malloc only reserves address space for
   // a large body, and pages are committed as the bytes arrive.
-  char* body = static_cast<char*>(malloc(length + 1));
-  if (body == nullptr) return false;
-  size_t have = std::min(length, static_cast<size_t>(got) - sizeof *hdr);
-  memcpy(body, first + sizeof *hdr, have);
-  size_t rest = length - have;
-  if (rest > 0 && ReadAtLeast(client_socket_, body + have, rest, rest) < 0) {
+  auto reserve = [&body](size_t length) { return body = static_cast<char*>(malloc(length + 1)); };
+  if (!ReadRequest(client_socket_, hdr, reserve)) {
     free(body);
     return false;
   }
-  body[length] = '\0';
   *data = body;
   return true;
 }
@@ -261,10 +300,25 @@ bool CommonIPCServer::SendToClient(const char* data, const CommonIPCMsgHeader& h
   return sent;
 }
 
+// Requests up to kDirectRequestBytes are read straight into the string the
+// handler takes instead of a malloc'd buffer that is then copied. Larger ones
+// keep the buffer: a string would zero-fill whatever length a header
+// announces, where malloc commits pages only as the bytes arrive.
 void CommonIPCServer::Process() {
-  char* request = nullptr;
+  std::string request;
+  char* large = nullptr;
+  auto reserve = [&request, &large](size_t length) -> char* {
+    if (length > kDirectRequestBytes) return large = static_cast<char*>(malloc(length + 1));
+    try {
+      request.resize(length);
+    } catch (const std::exception&) {
+      return nullptr;
+    }
+    return &request[0];
+  };
   CommonIPCMsgHeader header;
-  if (!ReceiveFromClient(&request, &header)) {
+  if (!ReadRequest(client_socket_, &header, reserve)) {
+    free(large);
     DisconnectClient();
     delete this;
     return;
@@ -272,7 +326,13 @@ void CommonIPCServer::Process() {
   std::string reply;
   if (handler_ != nullptr) {
     try {
-      reply = handler_(std::string(request));
+      // The handler sees the request as a C string: up to its first NUL.
+      if (large != nullptr) {
+        request.assign(large);
+      } else {
+        request.resize(strlen(request.c_str()));
+      }
+      reply = handler_(std::move(request));
     } catch (const std::exception& error) {
       reply.clear();
       UX_LOG(1, kLogFile, "Process", "ERROR: IPC handler on port %d failed: %s", port_, error.what());
@@ -281,7 +341,7 @@ void CommonIPCServer::Process() {
       UX_LOG(1, kLogFile, "Process", "ERROR: IPC handler on port %d failed", port_);
     }
   }
-  free(request);
+  free(large);
   size_t length = strlen(reply.c_str());
   CommonIPCMsgHeader answer;
   answer.length = length < UINT32_MAX ? static_cast<uint32_t>(length) : UINT32_MAX;

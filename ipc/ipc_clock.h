@@ -2,7 +2,8 @@
 // 5-second read and write rounds). Tests shorten it so that budgets of 30 and
 // 95 seconds run in milliseconds with the same arithmetic.
 //
-// Thread safety: any thread; a change applies to waits that start after it.
+// Thread safety: any thread; a change applies to waits that start after it
+// (to reads, from the next connection: the read round is set when connecting).
 #pragma once
 
 namespace bexo {

@@ -2,6 +2,7 @@
 // odd sizes, many clients at once, and clients that misbehave. The server must
 // keep answering, stay alive and give back every descriptor.
 #include <gtest/gtest.h>
+#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -30,6 +31,13 @@ int CountDescriptors(pid_t pid) {
   std::error_code error;
   std::filesystem::directory_iterator fds("/proc/" + std::to_string(pid) + "/fd", error);
   return error ? -1 : static_cast<int>(std::distance(fds, std::filesystem::directory_iterator()));
+}
+
+// The resident set of `pid` from /proc/<pid>/status, or -1.
+long ResidentMegabytes(pid_t pid) {
+  std::string status = bexo_test::ReadFile("/proc/" + std::to_string(pid) + "/status");
+  size_t at = status.find("VmRSS:");
+  return at == std::string::npos ? -1 : strtol(status.c_str() + at + 6, nullptr, 10) / 1024;
 }
 
 bool SendBytes(int fd, const std::string& bytes) {
@@ -153,14 +161,25 @@ TEST_F(IpcRoundTripTest, ManyConcurrentClientsEachGetTheirOwnReply) {
   ExpectAliveAndClean();
 }
 
+// One stalled client announces 2 GiB: the server may reserve that much, but
+// must not touch it before the bytes arrive.
 TEST_F(IpcRoundTripTest, StalledClientsHoldOnlyTheirOwnThreads) {
+  long resident_before = ResidentMegabytes(server_);
+  ASSERT_GE(resident_before, 0);
   std::vector<int> stalled;
-  for (int i = 0; i < 3; ++i) {
+  for (const std::string& start : {"\x64\0\0\0"s + std::string(10, 's'), "\x64\0\0\0"s + std::string(10, 's'),
+                                   "\xff\xff\xff\x7f" "abc"s}) {
     stalled.push_back(bexo_test::ConnectUnix(SocketPath()));
-    ASSERT_TRUE(SendBytes(stalled.back(), "\x64\0\0\0"s + std::string(10, 's')));  // 10 of 100 bytes
+    ASSERT_TRUE(SendBytes(stalled.back(), start));
   }
   for (int i = 0; i < 20; ++i) ExpectAnswering();
   EXPECT_EQ(SettledDescriptors(baseline_ + 3), baseline_ + 3);
+  for (int i = 0; i < 40; ++i) {
+    long resident = ResidentMegabytes(server_);
+    ASSERT_GE(resident, 0);
+    ASSERT_LT(resident - resident_before, 256) << "the announced length was committed";
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
   for (int fd : stalled) close(fd);
   ExpectAliveAndClean();
 }
