@@ -24,9 +24,10 @@ enum class Conversion : uint8_t { kText, kInt, kUnsigned, kLongLong, kUnsignedLo
 
 struct ConversionStep {
   Conversion kind;
-  uint32_t precision;      // text: maximum bytes; UINT32_MAX for plain "%s"
-  uint32_t literal_begin;  // the literal text before the conversion, as an
-  uint32_t literal_length; // offset and length in the format
+  uint32_t precision;  // text: maximum bytes; UINT32_MAX for plain "%s"
+  // The literal text before the conversion, as offset and length in the format.
+  uint32_t literal_begin;
+  uint32_t literal_length;
 };
 
 struct Layout {
