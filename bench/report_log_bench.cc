@@ -123,67 +123,49 @@ void BM_AppendFloor(benchmark::State& state) {
   RemoveFiles();
 }
 
-// 2 processes x 2 threads, `records` per thread; returns the wall seconds.
-template <typename Body>
-double RunProcesses(int records, Body body, double* cpu_seconds) {
-  double cpu_before = CpuSeconds(RUSAGE_CHILDREN);
-  auto start = std::chrono::steady_clock::now();
-  std::vector<pid_t> pids;
-  for (int p = 0; p < 2; ++p) {
-    pid_t pid = fork();
-    if (pid == 0) {
-      std::thread second(body, records);
-      body(records);
-      second.join();
-      _exit(0);
-    }
-    pids.push_back(pid);
-  }
-  for (pid_t pid : pids) waitpid(pid, nullptr, 0);
-  double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  *cpu_seconds = CpuSeconds(RUSAGE_CHILDREN) - cpu_before;
-  return seconds;
-}
-
 constexpr int kProcessRecords = 400000;  // per thread
 constexpr int kRepetitions = 7;
 
-void FinishProcesses(benchmark::State& state, double seconds, double cpu) {
-  double records = 4.0 * kProcessRecords;
-  state.SetIterationTime(seconds);
-  state.SetItemsProcessed(static_cast<int64_t>(records));
-  state.counters["cpu_ns_per_record"] = cpu * 1e9 / records;
-  RemoveFiles();
+// Each iteration: 2 processes x 2 threads, each thread running `body` over
+// kProcessRecords records; the time is the wall time of the whole run.
+void RunInProcesses(benchmark::State& state, void (*body)(int records)) {
+  for (auto _ : state) {
+    double cpu_before = CpuSeconds(RUSAGE_CHILDREN);
+    auto start = std::chrono::steady_clock::now();
+    std::vector<pid_t> pids;
+    for (int p = 0; p < 2; ++p) {
+      pid_t pid = fork();
+      if (pid == 0) {
+        std::thread second(body, kProcessRecords);
+        body(kProcessRecords);
+        second.join();
+        _exit(0);
+      }
+      pids.push_back(pid);
+    }
+    for (pid_t pid : pids) waitpid(pid, nullptr, 0);
+    double records = 4.0 * kProcessRecords;
+    state.SetIterationTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+    state.SetItemsProcessed(static_cast<int64_t>(records));
+    state.counters["cpu_ns_per_record"] = (CpuSeconds(RUSAGE_CHILDREN) - cpu_before) * 1e9 / records;
+    RemoveFiles();
+  }
 }
 
 void BM_ReportQueuePush_2Processes(benchmark::State& state) {
-  for (auto _ : state) {
-    double cpu = 0;
-    double seconds = RunProcesses(
-        kProcessRecords,
-        [](int records) {
-          LogQueue& queue = Report_Log_Read_Write::GetAccessLogQueue();
-          for (int i = 0; i < records; ++i) queue.Push(g_line.data(), static_cast<int>(g_line.size()));
-          queue.FlushLog();
-        },
-        &cpu);
-    FinishProcesses(state, seconds, cpu);
-  }
+  RunInProcesses(state, [](int records) {
+    LogQueue& queue = Report_Log_Read_Write::GetAccessLogQueue();
+    for (int i = 0; i < records; ++i) queue.Push(g_line.data(), static_cast<int>(g_line.size()));
+    queue.FlushLog();
+  });
 }
 
 void BM_WriteAccessLog_2Processes(benchmark::State& state) {
-  for (auto _ : state) {
-    double cpu = 0;
-    double seconds = RunProcesses(
-        kProcessRecords,
-        [](int records) {
-          Report_Log_Read_Write writer;
-          for (int i = 0; i < records; ++i) WriteSampleAccess(writer);
-          Report_Log_Read_Write::GetAccessLogQueue().FlushLog();
-        },
-        &cpu);
-    FinishProcesses(state, seconds, cpu);
-  }
+  RunInProcesses(state, [](int records) {
+    Report_Log_Read_Write writer;
+    for (int i = 0; i < records; ++i) WriteSampleAccess(writer);
+    Report_Log_Read_Write::GetAccessLogQueue().FlushLog();
+  });
 }
 
 #ifdef BEXO_HAVE_SPDLOG
@@ -212,19 +194,12 @@ void BM_Spdlog(benchmark::State& state) {
 }
 
 void BM_Spdlog_2Processes(benchmark::State& state) {
-  for (auto _ : state) {
-    double cpu = 0;
-    double seconds = RunProcesses(
-        kProcessRecords,
-        [](int records) {
-          static std::shared_ptr<spdlog::logger> logger = OpenSpdlog();
-          const std::string text = g_line.substr(0, g_line.size() - 1);
-          for (int i = 0; i < records; ++i) logger->info(text);
-          logger->flush();
-        },
-        &cpu);
-    FinishProcesses(state, seconds, cpu);
-  }
+  RunInProcesses(state, [](int records) {
+    static std::shared_ptr<spdlog::logger> logger = OpenSpdlog();
+    const std::string text = g_line.substr(0, g_line.size() - 1);
+    for (int i = 0; i < records; ++i) logger->info(text);
+    logger->flush();
+  });
 }
 #endif
 
