@@ -18,7 +18,7 @@ std::map<std::string, BexoCommand>& Commands() {
 int PrintHelp(FILE* out) {
   fprintf(out, "usage: bexo COMMAND [ARGS...]\n\ncommands:\n");
   for (const auto& entry : Commands()) {
-    fprintf(out, "  %-10s %s\n", entry.first.c_str(), entry.second.summary);
+    fprintf(out, "  %-12s %s\n", entry.first.c_str(), entry.second.summary);
   }
   fprintf(out, "\nProduct paths are taken under $BEXO_ROOT when it is set.\n");
   return out == stdout ? kExitOk : kExitUsage;
@@ -41,6 +41,12 @@ int main(int argc, char** argv) {
   const char* name = argv[1];
   if (strcmp(name, "help") == 0 || strcmp(name, "--help") == 0 || strcmp(name, "-h") == 0) {
     return PrintHelp(stdout);
+  }
+  // A two-word name ("db testdb") lets a subsystem add one verb under a word
+  // another subsystem owns; it wins over the one-word name.
+  if (argc >= 3) {
+    auto pair = Commands().find(std::string(name) + " " + argv[2]);
+    if (pair != Commands().end()) return pair->second.run(argc - 2, argv + 2);
   }
   auto it = Commands().find(name);
   if (it == Commands().end()) {

@@ -5,9 +5,9 @@
 #include <string>
 
 struct BexoCommand {
-  const char* name;     // first word after "bexo"
+  const char* name;     // first word after "bexo", or two words ("db testdb")
   const char* summary;  // one line for "bexo help"
-  int (*run)(int argc, char** argv);  // argv[0] is the command name
+  int (*run)(int argc, char** argv);  // argv[0] is the command's last word
 };
 
 bool RegisterBexoCommand(const BexoCommand& command);
