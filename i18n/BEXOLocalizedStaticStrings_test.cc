@@ -42,15 +42,22 @@ class LocalizedStaticStringsTest : public bexo_test::TempRootTest {
 
 TEST_F(LocalizedStaticStringsTest, LoadsEveryStringOfTheLocalesOwnBundle) {
   auto ja = Load("ja_JP", {"events", "daemon"});
+  EXPECT_EQ(log_.front(), "3 BEXOLocalizedStaticStrings: Constructing localized string map for locale [ja_JP]");
   EXPECT_EQ(ja.size(), 7u);  // ja's own tables only: root's tbl_General is not inherited
   EXPECT_EQ(ja["events/tbl_Storage/tok_DiskUsage"], "{0} のディスク使用率は {1}% です");
   EXPECT_EQ(ja["daemon/nod_CoreDumpPackageMail/tok_subject"], "コアダンプパッケージが生成されました");
   for (const auto& entry : ja) EXPECT_TRUE(utf8::is_valid(entry.second.begin(), entry.second.end()));
 
+  log_.clear();
+  auto limits = Load("root", {"limits"});
+  EXPECT_EQ(limits.size(), 2u);
+  EXPECT_EQ(limits["limits/tbl_Limits/tok_Ascii"].size(), 2100u);
+  EXPECT_EQ(log_.back(), "1 BEXOLocalizedStaticStrings: WARNING: Failed to convert resource to UTF-8 "
+                         "[limits/tbl_Limits/tok_TooLong]");
+
   auto root_texts = Load("root", {"events"});
   EXPECT_EQ(root_texts.size(), 6u);
   EXPECT_EQ(root_texts["events/tbl_General/tok_Unknown"], "Unknown event {0}");
-  EXPECT_EQ(log_.front(), "3 BEXOLocalizedStaticStrings: Constructing localized string map for locale [ja_JP]");
 }
 
 TEST_F(LocalizedStaticStringsTest, LookupsAndMisses) {
