@@ -12,7 +12,7 @@ class I18nCliTest : public bexo_test::TempRootTest {
  protected:
   // `env` holds variable assignments for the command, such as "BEXO_HOME=/x".
   int Bexo(const std::string& env, const std::string& args, std::string* out) {
-    return RunCommand(env + " LANG=C.UTF-8 " + BEXO_CLI_PATH + " " + args + " 2>/dev/null", out);
+    return RunCommand(env + " LC_ALL=C.UTF-8 " + BEXO_CLI_PATH + " " + args + " 2>/dev/null", out);
   }
 };
 

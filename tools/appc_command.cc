@@ -1,5 +1,6 @@
 // bexo appc: the application-control protocol table of appcMapping.ini.
 #include <errno.h>
+#include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
 
@@ -45,8 +46,8 @@ int RunAppc(int argc, char** argv) {
   for (int i = 2; i < argc; ++i) {
     char* end = nullptr;
     errno = 0;
-    const unsigned long id = strtoul(argv[i], &end, 10);
-    if (*argv[i] < '0' || *argv[i] > '9' || *end != '\0' || errno == ERANGE || id > 0xffffffffUL) {
+    const unsigned long long id = strtoull(argv[i], &end, 10);
+    if (*argv[i] < '0' || *argv[i] > '9' || *end != '\0' || errno == ERANGE || id > UINT_MAX) {
       return CommandError(kExitUsage, std::string("not an identifier: ") + argv[i]);
     }
     PrintEntry(mapping, static_cast<unsigned int>(id));
