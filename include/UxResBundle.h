@@ -24,8 +24,9 @@
 // the caller (ures_close), except that an opened bundle's lookup that answers
 // false has already closed the node it was given. Do not close it again.
 //
-// Thread safety: one object may be used from several threads (ICU bundles
-// are read-only); a node must not be shared between threads while in use.
+// Thread safety: ICU does not promise that one open bundle serves several
+// threads at once: give each thread its own object (opening is cheap, ICU
+// keeps the files loaded) and keep nodes within the thread that made them.
 #pragma once
 
 #include <unicode/fmtable.h>
