@@ -5,13 +5,17 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <deque>
+#include <mutex>
 
 namespace bexo {
 namespace {
 
-// The replaced root, or null for "/proc". Roots set by tests are never freed,
-// so a reader holding the old pointer stays valid.
+// The replaced root, or null for "/proc". Every root set is kept until the
+// process ends, so a reader holding an older pointer stays valid.
 std::atomic<const std::string*> g_test_root{nullptr};
+std::mutex g_roots_mutex;
+std::deque<std::string> g_roots;
 
 }  // namespace
 
@@ -55,7 +59,13 @@ DIR* OpenProcDirectory() {
 }
 
 void SetProcRootForTesting(const std::string& root) {
-  g_test_root.store(root.empty() ? nullptr : new std::string(root), std::memory_order_release);
+  std::lock_guard<std::mutex> guard(g_roots_mutex);
+  const std::string* kept = nullptr;
+  if (!root.empty()) {
+    g_roots.push_back(root);
+    kept = &g_roots.back();
+  }
+  g_test_root.store(kept, std::memory_order_release);
 }
 
 }  // namespace bexo
