@@ -36,13 +36,21 @@ double MedianNsPerCall(Call call) {
 double PsutilNsPerCall(const char* function) {
   const std::string command =
       "/usr/bin/python3 -c 'import psutil, time, statistics\n"
-      "f = psutil." + std::string(function) + "\n"
+      "f = psutil." +
+      std::string(function) +
+      "\n"
       "[f() for _ in range(1000)]\n"
       "r = []\n"
-      "for b in range(" + std::to_string(kBatches) + "):\n"
+      "for b in range(" +
+      std::to_string(kBatches) +
+      "):\n"
       "  t = time.perf_counter_ns()\n"
-      "  for _ in range(" + std::to_string(kCallsPerBatch) + "): f()\n"
-      "  r.append((time.perf_counter_ns() - t) / " + std::to_string(kCallsPerBatch) + ")\n"
+      "  for _ in range(" +
+      std::to_string(kCallsPerBatch) +
+      "): f()\n"
+      "  r.append((time.perf_counter_ns() - t) / " +
+      std::to_string(kCallsPerBatch) +
+      ")\n"
       "print(statistics.median(r))' 2>/dev/null";
   FILE* pipe = popen(command.c_str(), "r");
   if (pipe == nullptr) return -1;
@@ -82,6 +90,12 @@ void BM_MemoryUtilization_vs_psutil_virtual_memory(benchmark::State& state) {
 
 }  // namespace
 
-BENCHMARK(BM_CpuUtilization_vs_psutil_cpu_times)->Iterations(1)->UseManualTime()->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_MemoryUtilization_vs_psutil_virtual_memory)->Iterations(1)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_CpuUtilization_vs_psutil_cpu_times)
+    ->Iterations(1)
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_MemoryUtilization_vs_psutil_virtual_memory)
+    ->Iterations(1)
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond);
 BENCHMARK_MAIN();

@@ -31,35 +31,29 @@ class ServiceTest : public bexo_test::TempRootTest {
   void InitScript(const std::string& name) {
     Script(Path("/usr/bexo/" + name),
            "fd=closed; [ -e /proc/$$/fd/50 ] && fd=inherited\n"
-           "echo \"$(basename $0) $* $fd\" >> " + Path("/calls") + "\n");
+           "echo \"$(basename $0) $* $fd\" >> " +
+               Path("/calls") + "\n");
   }
   std::string Calls() { return ReadFile(Path("/calls")); }
 };
 
-// The descriptors of our child once it has become `program`: "fd -> target" lines.
+// "fd -> target" lines of our child once it has become `program`.
 std::string ChildDescriptors(const char* program) {
-  const std::string parent = std::to_string(getpid());
-  for (int attempt = 0; attempt < 500; ++attempt) {
-    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-      const std::string stat = ReadFile(entry.path().string() + "/stat");
-      const size_t close = stat.rfind(')');
-      if (close == std::string::npos || stat.find(std::string("(") + program + ")") == std::string::npos ||
-          stat.substr(close + 4, parent.size() + 1) != parent + " ") {
-        continue;
-      }
-      std::map<int, std::string> fds;
-      std::error_code ignored;
-      for (const auto& fd : std::filesystem::directory_iterator(entry.path() / "fd", ignored)) {
-        fds[std::stoi(fd.path().filename().string())] =
-            std::filesystem::read_symlink(fd.path(), ignored).string();
-      }
-      std::string text;
-      for (const auto& fd : fds) text += std::to_string(fd.first) + " -> " + fd.second + "\n";
-      return text;
-    }
-    usleep(2000);
+  std::string pid;
+  for (int attempt = 0; attempt < 500 && pid.empty(); ++attempt, usleep(2000)) {
+    bexo_test::RunCommand("pgrep -x -P " + std::to_string(getpid()) + " " + program, &pid);
   }
-  return "child not found";
+  if (pid.empty()) return "child not found";
+  std::map<int, std::string> fds;
+  std::error_code ignored;
+  for (const auto& fd : std::filesystem::directory_iterator(
+           "/proc/" + pid.substr(0, pid.find('\n')) + "/fd", ignored)) {
+    fds[std::stoi(fd.path().filename().string())] =
+        std::filesystem::read_symlink(fd.path(), ignored).string();
+  }
+  std::string text;
+  for (const auto& fd : fds) text += std::to_string(fd.first) + " -> " + fd.second + "\n";
+  return text;
 }
 
 TEST_F(ServiceTest, ChildKeepsOnlyTheStandardDescriptors) {
@@ -72,8 +66,8 @@ TEST_F(ServiceTest, ChildKeepsOnlyTheStandardDescriptors) {
   const std::string fds = ChildDescriptors("sleep");
   run.join();
   const bool console = access("/dev/console", W_OK) == 0;
-  EXPECT_EQ(fds, console ? "0 -> /dev/null\n1 -> /dev/console\n2 -> /dev/console\n"
-                         : "0 -> /dev/null\n");
+  EXPECT_EQ(
+      fds, console ? "0 -> /dev/null\n1 -> /dev/console\n2 -> /dev/console\n" : "0 -> /dev/null\n");
   close(200);
   close(file);
   close(sock);
@@ -100,7 +94,8 @@ TEST_F(ServiceTest, StatusWords) {
 TEST_F(ServiceTest, StartAndStopRunTheInitScript) {
   InitScript("S99KVwmid");
   for (const char* install : {"", "/usr/bexo", "/usr/bexo/"}) {
-    WriteFile(Path("/etc/kvelo/morvane.ini"), std::string("[Common]\nInstallPath=") + install + "\n");
+    WriteFile(Path("/etc/kvelo/morvane.ini"),
+              std::string("[Common]\nInstallPath=") + install + "\n");
     std::filesystem::remove(Path("/calls"));
     EXPECT_EQ(StartBEXOService("S99KVwmid"), 0) << install;
     EXPECT_EQ(StopBEXOService("S99KVwmid"), 0) << install;

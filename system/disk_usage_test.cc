@@ -2,7 +2,6 @@
 // unreadable and vanishing directories, links not followed.
 #include "system/disk_usage.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -24,96 +23,60 @@ namespace fs = std::filesystem;
 
 constexpr uid_t kNobody = 65534;
 
-unsigned long long AllocatedKiB(const std::string& path) {
-  struct stat st;
-  return lstat(path.c_str(), &st) == 0 ? static_cast<unsigned long long>(st.st_blocks) / 2 : 0;
-}
+class DiskUsageTest : public bexo_test::TempRootTest {};
 
-class DiskUsageTest : public bexo_test::TempRootTest {
- protected:
-  std::string Tree() const { return root() + "/walk"; }
+// One change to the tree ($T; $O is outside it) and what it must add to the
+// walk's total, in KiB of fully written files.
+const struct {
+  const char* change;
+  long long delta;
+} kSteps[] = {
+    {"head -c 98304 /dev/zero > $T/sub/new", 96},
+    {"ln $T/sub/new $T/new2", 0},    // two links inside: 48 + 48
+    {"ln $T/sub/new $O/new3", -32},  // a third outside: 32 + 32 stay
+    {"chmod 700 $T/locked; head -c 65536 /dev/zero > $T/locked/in; chmod 0 $T/locked", 0},
+    {"head -c 262144 /dev/zero > $O/large; ln -s $O/large $T/sym", 0},  // not followed
+    {"rm $T/foreign", 0},                                               // another owner's file
 };
 
-// One change to the tree and what it must add to the walk's total (KiB).
-struct Step {
-  const char* what;
-  void (*apply)(const std::string& tree, const std::string& outside);
-  long long (*delta)(const std::string& tree);
-};
-
-const Step kSteps[] = {
-    {"file of 96 KiB added",
-     [](const std::string& t, const std::string&) { WriteFile(t + "/sub/new", std::string(96 << 10, 'x')); },
-     [](const std::string& t) { return static_cast<long long>(AllocatedKiB(t + "/sub/new")); }},
-    {"second link inside the tree",
-     [](const std::string& t, const std::string&) { link((t + "/sub/new").c_str(), (t + "/new2").c_str()); },
-     [](const std::string&) { return 0LL; }},
-    {"third link outside: two thirds stay",
-     [](const std::string& t, const std::string& o) { link((t + "/sub/new").c_str(), (o + "/new3").c_str()); },
-     [](const std::string& t) { return -static_cast<long long>(AllocatedKiB(t + "/sub/new") / 3); }},
-    {"file inside the unreadable directory",
-     [](const std::string& t, const std::string&) {
-       chmod((t + "/locked").c_str(), 0700);
-       WriteFile(t + "/locked/inner", std::string(64 << 10, 'x'));
-       chmod((t + "/locked").c_str(), 0);
-     },
-     [](const std::string&) { return 0LL; }},
-    {"symbolic link to a large file, not followed",
-     [](const std::string& t, const std::string& o) {
-       WriteFile(o + "/large", std::string(256 << 10, 'x'));
-       symlink((o + "/large").c_str(), (t + "/sym").c_str());
-     },
-     [](const std::string&) { return 0LL; }},
-    {"file of another owner removed",
-     [](const std::string& t, const std::string&) { unlink((t + "/foreign").c_str()); },
-     [](const std::string&) { return 0LL; }},
-};
-
-// Runs the steps in a child that walks as the tree's owner (nobody, when
-// the test runs as root, so that the unreadable directory is unreadable).
-// Returns "ok total" after the baseline and after each step, then the
-// four-output form's own figure.
-std::vector<std::string> WalkAfterEachStep(const std::string& tree, const std::string& outside) {
+// Runs the steps in a child that walks as the tree's owner (nobody, when the
+// test runs as root, so that the locked directory is unreadable), and returns
+// "ok total" after the baseline and each step, then the four-output form's.
+std::string WalkAfterEachStep(const std::string& tree) {
   int fds[2];
   EXPECT_EQ(pipe(fds), 0);
   const pid_t pid = fork();
   if (pid == 0) {
-    close(fds[0]);
     if (getuid() == 0 && (setgid(kNobody) != 0 || setuid(kNobody) != 0)) _exit(3);
-    std::ostringstream out;
-    const uid_t uid = getuid();
+    std::string out;
     auto walk = [&] {
       unsigned long long total = 0;
-      const bool ok = getProcessDiskUsage(tree.c_str(), uid, total);
-      out << ok << " " << total << "\n";
+      const bool ok = getProcessDiskUsage(tree.c_str(), getuid(), total);
+      out += std::to_string(ok) + " " + std::to_string(total) + "\n";
     };
     walk();
-    for (const Step& step : kSteps) {
-      step.apply(tree, outside);
+    for (const auto& step : kSteps) {
+      if (system(step.change) != 0) _exit(4);
       walk();
     }
-    unsigned long long own = 0, used = 0, total = 0;
-    out << MetricGetFileSystemUtilization(tree.c_str(), own, used, total) << " " << own << "\n";
-    const std::string text = out.str();
-    _exit(write(fds[1], text.data(), text.size()) == static_cast<ssize_t>(text.size()) ? 0 : 4);
+    unsigned long long own = 0, used, total;
+    const bool ok = MetricGetFileSystemUtilization(tree.c_str(), own, used, total);
+    out += std::to_string(ok) + " " + std::to_string(own) + "\n";
+    _exit(write(fds[1], out.data(), out.size()) == static_cast<ssize_t>(out.size()) ? 0 : 5);
   }
   close(fds[1]);
   std::string text;
   char chunk[512];
-  ssize_t n;
-  while ((n = read(fds[0], chunk, sizeof chunk)) > 0) text.append(chunk, static_cast<size_t>(n));
+  for (ssize_t n; (n = read(fds[0], chunk, sizeof chunk)) > 0;) text.append(chunk, n);
   close(fds[0]);
   int status = 0;
   waitpid(pid, &status, 0);
   EXPECT_EQ(status, 0);
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
+  return text;
 }
 
 TEST_F(DiskUsageTest, SharesHardLinksAndSkipsWhatItCannotRead) {
-  const std::string tree = Tree(), outside = root() + "/outside";
+  const std::string tree = root() + "/walk", outside = root() + "/outside";
   WriteFile(tree + "/big", std::string(64 << 10, 'x'));
   WriteFile(tree + "/sub/pair", std::string(32 << 10, 'x'));
   fs::create_directories(tree + "/locked");
@@ -124,24 +87,23 @@ TEST_F(DiskUsageTest, SharesHardLinksAndSkipsWhatItCannotRead) {
       ASSERT_EQ(lchown(entry.path().c_str(), kNobody, kNobody), 0);
     }
   }
-  WriteFile(tree + "/foreign", std::string(64 << 10, 'x'));  // owned by root when run as root
+  WriteFile(tree + "/foreign", std::string(64 << 10, 'x'));  // root's, when run as root
   chmod((tree + "/locked").c_str(), 0);
+  setenv("T", tree.c_str(), 1);
+  setenv("O", outside.c_str(), 1);
 
-  const std::vector<std::string> lines = WalkAfterEachStep(tree, outside);
+  std::istringstream lines(WalkAfterEachStep(tree));
+  std::vector<std::pair<int, long long>> walks;  // (ok, total) per walk
+  for (std::pair<int, long long> w; lines >> w.first >> w.second;) walks.push_back(w);
   const size_t steps = sizeof kSteps / sizeof kSteps[0];
-  ASSERT_EQ(lines.size(), steps + 2);
-  long long previous = -1;
-  for (size_t i = 0; i <= steps; ++i) {
-    ASSERT_EQ(lines[i].substr(0, 2), "1 ") << lines[i];
-    const long long total = std::stoll(lines[i].substr(2));
-    if (i > 0) {
-      const Step& step = kSteps[i - 1];
-      // Divisions by the link count truncate: allow one KiB per link.
-      EXPECT_NEAR(total - previous, step.delta(tree), 2) << step.what;
-    }
-    previous = total;
+  ASSERT_EQ(walks.size(), steps + 2);
+  EXPECT_EQ(walks[0].first, 1);
+  for (size_t i = 0; i < steps; ++i) {
+    EXPECT_EQ(walks[i + 1].first, 1) << kSteps[i].change;
+    // Divisions by the link count truncate: one KiB per link.
+    EXPECT_NEAR(walks[i + 1].second - walks[i].second, kSteps[i].delta, 2) << kSteps[i].change;
   }
-  EXPECT_EQ(lines[steps + 1], "1 " + std::to_string(previous));
+  EXPECT_EQ(walks[steps + 1], walks[steps]);  // the four-output form's own figure
 }
 
 TEST_F(DiskUsageTest, MissingPathIsEmptyNotAnError) {
@@ -151,7 +113,7 @@ TEST_F(DiskUsageTest, MissingPathIsEmptyNotAnError) {
 }
 
 TEST_F(DiskUsageTest, DirectoryRemovedDuringTheWalk) {
-  const std::string tree = Tree();
+  const std::string tree = root() + "/walk";
   WriteFile(tree + "/keep", "x");
   std::atomic<bool> stop{false};
   std::thread churn([&] {

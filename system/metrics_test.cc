@@ -28,7 +28,9 @@ class FakeProcTest : public bexo_test::TempRootTest {
     bexo::SetProcRootForTesting("");
     TempRootTest::TearDown();
   }
-  void Proc(const std::string& name, const std::string& text) { WriteFile(proc_ + "/" + name, text); }
+  void Proc(const std::string& name, const std::string& text) {
+    WriteFile(proc_ + "/" + name, text);
+  }
 
   std::string proc_;
 };
@@ -70,13 +72,17 @@ TEST_F(FakeProcTest, PerCpuSumsIn32Bits) {
     Cpus expected;
   } kCases[] = {
       {"cpu  9 9 9 9 9 9 9 9 0 0\ncpu0 1 2 3 40 0 0 0 0 0 0\ncpu1 5 0 0 5 0 0 0 1 0 0\nintr 7\n",
-       3, true, {{46, 6}, {11, 6}, {0, 0}}},
+       3,
+       true,
+       {{46, 6}, {11, 6}, {0, 0}}},
       {"cpu0 1 2 3 40 0 0 0 0 0 0\ncpu1 5 0 0 5 0 0 0 1 0 0\n", 1, true, {{46, 6}}},
       // Counters and sums wrap at 2^32; busy is total - idle in 32 bits too.
       {"cpu0 4294967000 0 0 300 0 0 0 0 0 0\n", 1, true, {{4, 4294967000u}}},
       {"cpu0 4294967297 0 0 1 0 0 0 0 0 0\n", 1, true, {{2, 1}}},
       // A malformed number ends the walk; what was stored stays.
-      {"cpu0 1 1 1 1 1 1 1 1\ncpu1 1 x 1 1 1 1 1 1\ncpu2 1 1 1 1 1 1 1 1\n", 3, true,
+      {"cpu0 1 1 1 1 1 1 1 1\ncpu1 1 x 1 1 1 1 1 1\ncpu2 1 1 1 1 1 1 1 1\n",
+       3,
+       true,
        {{8, 7}, {0, 0}, {0, 0}}},
       {"cpu0 1 1 1 1 1 1 1\n", 1, false, {{0, 0}}},
       {"cpu  1 1 1 1 1 1 1 1\n", 1, false, {{0, 0}}},
@@ -108,7 +114,8 @@ TEST_F(FakeProcTest, MemoryAndSwap) {
       {"MemTotal: 16000 kB\nMemFree: 4000 kB\nBuffers: 500 kB\nSwapCached: 10 kB\n"
        "SwapTotal: 2000 kB\nSwapFree: 1800 kB\n",
        false, false, 0, 0, 0, 0},
-      {"MemTotal: 16000 kB\nMemFree: 4000 kB\nBuffers: 500 kB\nCached: 1500 kB\nSwapTotal: 2000 kB\n",
+      {"MemTotal: 16000 kB\nMemFree: 4000 kB\nBuffers: 500 kB\nCached: 1500 kB\nSwapTotal: 2000 "
+       "kB\n",
        true, false, 10000, 16000, 0, 0},
       {"MemTotal: 16000 kB\nMemFree: x kB\nBuffers: 500 kB\nCached: 1500 kB\n", false, false, 0, 0,
        0, 0},
@@ -172,8 +179,8 @@ TEST_F(FakeProcTest, EnumFileSystemsFillsBothEndsOfTheBuffer) {
   const std::string dir = root();
   Proc("mounts", "/dev/vda / ext4 rw 0 0\nproc /proc proc rw 0 0\nnone " + dir +
                      " tmpfs rw 0 0\nfakefs " + dir + " ext4 rw 0 0\n");
-  const size_t need = (2 + 9) + (dir.size() + 1 + 5) + (dir.size() + 1 + 7) +
-                      3 * sizeof(MetricFileSystemInfo);
+  const size_t need =
+      (2 + 9) + (dir.size() + 1 + 5) + (dir.size() + 1 + 7) + 3 * sizeof(MetricFileSystemInfo);
 
   unsigned int size = 0;
   EXPECT_EQ(MetricEnumFileSystems(&size, nullptr), 0);
@@ -212,8 +219,8 @@ TEST_F(FakeProcTest, EnumFileSystemsFillsBothEndsOfTheBuffer) {
 TEST_F(FakeProcTest, MountInfoTakesTheFirstEntryOnThePathsDevice) {
   const std::string dir = root();
   WriteFile(dir + "/sub/file", "x");
-  Proc("mounts", "proc /proc proc rw 0 0\nfakefs " + dir + " ext4 rw 0 0\nlater " + dir +
-                     " ext4 rw 0 0\n");
+  Proc("mounts",
+       "proc /proc proc rw 0 0\nfakefs " + dir + " ext4 rw 0 0\nlater " + dir + " ext4 rw 0 0\n");
   char mount_point[4096] = "junk", device[4096] = "junk";
   EXPECT_TRUE(MetricGetMountInfo((dir + "/sub/file").c_str(), mount_point, device));
   EXPECT_EQ(mount_point, dir);

@@ -32,8 +32,8 @@ TEST_F(SystemCliTest, MetricsJsonReports) {
                  &out),
             0)
       << out;
-  const char* kBad[] = {"--interval 0", "--interval x", "--count 0", "--count -1", "--bogus",
-                        "--path"};
+  const char* kBad[] = {"--interval 0", "--interval x", "--count 0",
+                        "--count -1",   "--bogus",      "--path"};
   for (const char* args : kBad) {
     EXPECT_EQ(Bexo(std::string("metrics ") + args + " 2>/dev/null", &out), 2) << args;
   }
@@ -69,7 +69,8 @@ TEST_F(SystemCliTest, ServiceCommands) {
 TEST_F(SystemCliTest, DbTestdb) {
   std::string out;
   EXPECT_EQ(Bexo("db testdb 2 a b c", &out), 1);
-  EXPECT_EQ(out, "<connectdb><error_msg>Generic error.</error_msg><error_no>0</error_no></connectdb>\n");
+  EXPECT_EQ(out,
+            "<connectdb><error_msg>Generic error.</error_msg><error_no>0</error_no></connectdb>\n");
   Script("/etc/kvelo/bin/testdb.sh", "echo \"<connectdb><args>$*</args></connectdb>\"");
   EXPECT_EQ(Bexo("db testdb 3 host db", &out), 0);
   EXPECT_EQ(out, "<connectdb><args>3 host db</args></connectdb>\n");

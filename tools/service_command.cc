@@ -14,7 +14,8 @@ namespace {
 constexpr char kUsage[] =
     "usage: bexo service start SCRIPT        run \"<install dir>/SCRIPT start\"\n"
     "       bexo service stop SCRIPT         run \"<install dir>/SCRIPT stop\"\n"
-    "       bexo service status NAME         exit 0 when a process line of \"ps -ef\" contains NAME\n"
+    "       bexo service status NAME         exit 0 when a process line of \"ps -ef\" contains "
+    "NAME\n"
     "       bexo service signal SCRIPT ARG   run \"<install dir>/SCRIPT ARG\" (prints the command)";
 
 // Exit 0 for a status word of 0; otherwise says what happened to the script.
@@ -22,12 +23,12 @@ int FromStatus(const std::string& what, int status) {
   if (status == 0) return kExitOk;
   if (status == -1) return CommandError(kExitFailure, what + ": cannot start a child process");
   if (WIFEXITED(status)) {
-    return CommandError(kExitFailure, what + ": exited with status " +
-                                          std::to_string(WEXITSTATUS(status)));
+    return CommandError(kExitFailure,
+                        what + ": exited with status " + std::to_string(WEXITSTATUS(status)));
   }
   if (WIFSIGNALED(status)) {
-    return CommandError(kExitFailure, what + ": killed by signal " +
-                                          std::to_string(WTERMSIG(status)));
+    return CommandError(kExitFailure,
+                        what + ": killed by signal " + std::to_string(WTERMSIG(status)));
   }
   return CommandError(kExitFailure, what + ": status word " + std::to_string(status));
 }
