@@ -129,22 +129,6 @@ TEST_F(ServiceTest, SignalConfigChangeChoosesHowToRun) {
   close(50);
 }
 
-TEST_F(ServiceTest, StatusFindsAProcessByName) {
-  const std::string name = "bexo-fake-daemon-" + std::to_string(getpid());
-  std::filesystem::copy_file("/bin/sleep", Path("/" + name));
-  chmod(Path("/" + name).c_str(), 0755);
-  EXPECT_FALSE(GetBEXOServiceStatus(name.c_str()));
-  const pid_t pid = fork();
-  if (pid == 0) {
-    execl(Path("/" + name).c_str(), name.c_str(), "30", static_cast<char*>(nullptr));
-    _exit(127);
-  }
-  EXPECT_TRUE(GetBEXOServiceStatus(name.c_str()));
-  kill(pid, SIGKILL);
-  waitpid(pid, nullptr, 0);
-  EXPECT_FALSE(GetBEXOServiceStatus(name.c_str()));
-}
-
 TEST_F(ServiceTest, TestdbAnswers) {
   const std::string kGeneric =
       "<connectdb><error_msg>Generic error.</error_msg><error_no>0</error_no></connectdb>";
