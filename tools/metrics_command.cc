@@ -1,6 +1,7 @@
 // bexo metrics: CPU busy shares over an interval (machine, per CPU, own
 // processes), memory and swap, the mounted file systems as df shows them,
 // and the own disk use under a path; as text or one JSON object per report.
+#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -114,9 +115,11 @@ bool TakeReport(const Options& options, Report& report) {
   for (unsigned long i = 0; i < kMaxCpus; ++i) {
     if (after.cpus[i].total > 0) cpus = i + 1;
   }
+  // Per-CPU counters are 32-bit sums: their differences are taken modulo 2^32.
   for (unsigned long i = 0; i < cpus; ++i) {
-    report.per_cpu.push_back(Share(before.cpus[i].busy, after.cpus[i].busy, before.cpus[i].total,
-                                   after.cpus[i].total));
+    const uint32_t busy = static_cast<uint32_t>(after.cpus[i].busy - before.cpus[i].busy);
+    const uint32_t total = static_cast<uint32_t>(after.cpus[i].total - before.cpus[i].total);
+    report.per_cpu.push_back(Share(0, busy, 0, total));
   }
   unsigned long used_again, total_again;
   unsigned long long fs_used, fs_total;
