@@ -87,7 +87,9 @@ TEST_F(DiskUsageTest, SharesHardLinksAndSkipsWhatItCannotRead) {
       ASSERT_EQ(lchown(entry.path().c_str(), kNobody, kNobody), 0);
     }
   }
-  WriteFile(tree + "/foreign", std::string(64 << 10, 'x'));  // root's, when run as root
+  // Root's when run as root; without root it is the walker's own, so its
+  // removal takes its 64 KiB away.
+  WriteFile(tree + "/foreign", std::string(64 << 10, 'x'));
   chmod((tree + "/locked").c_str(), 0);
   setenv("T", tree.c_str(), 1);
   setenv("O", outside.c_str(), 1);
@@ -101,7 +103,9 @@ TEST_F(DiskUsageTest, SharesHardLinksAndSkipsWhatItCannotRead) {
   for (size_t i = 0; i < steps; ++i) {
     EXPECT_EQ(walks[i + 1].first, 1) << kSteps[i].change;
     // Divisions by the link count truncate: one KiB per link.
-    EXPECT_NEAR(walks[i + 1].second - walks[i].second, kSteps[i].delta, 2) << kSteps[i].change;
+    const bool own_foreign = getuid() != 0 && i + 1 == steps;
+    EXPECT_NEAR(walks[i + 1].second - walks[i].second, own_foreign ? -64 : kSteps[i].delta, 2)
+        << kSteps[i].change;
   }
   EXPECT_EQ(walks[steps + 1], walks[steps]);  // the four-output form's own figure
 }
