@@ -53,6 +53,10 @@ ssize_t ReadProcFile(const char* relative, char* buffer, size_t size) {
 
 FILE* OpenProcFile(const char* relative) { return fopen(ProcPath(relative).c_str(), "re"); }
 
+int StatProcEntry(const char* relative, struct stat* st) {
+  return stat(ProcPath(relative).c_str(), st);
+}
+
 DIR* OpenProcDirectory() {
   const std::string* root = g_test_root.load(std::memory_order_acquire);
   return opendir(root ? root->c_str() : "/proc");

@@ -8,6 +8,7 @@
 #include <dirent.h>
 #include <stddef.h>
 #include <stdio.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <string>
@@ -29,6 +30,9 @@ BEXO_EXPORT ssize_t ReadProcFile(const char* relative, char* buffer, size_t size
 
 // fopen(path, "r") of a /proc file (the mount table); null with errno set.
 BEXO_EXPORT FILE* OpenProcFile(const char* relative);
+
+// stat of a /proc entry; 0, or -1 with errno set.
+BEXO_EXPORT int StatProcEntry(const char* relative, struct stat* st);
 
 // opendir of the /proc root itself; null with errno set.
 BEXO_EXPORT DIR* OpenProcDirectory();

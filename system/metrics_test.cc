@@ -93,6 +93,21 @@ TEST_F(FakeProcTest, PerCpuSumsIn32Bits) {
   }
 }
 
+TEST_F(FakeProcTest, OneReadTakesAtMost4095Bytes) {
+  const std::string head = "cpu0 1 1 1 1 1 1 1 1\n";
+  // cpu1's 21-byte line starts at byte 4075: its line feed is byte 4096.
+  const std::string pad = "intr " + std::string(4075 - head.size() - 6, '0') + "\n";
+  Proc("stat", head + pad + "cpu1 1 1 1 1 1 1 1 1\ncpu2 1 1 1 1 1 1 1 1\n");
+  MetricCpuUtilization cpus[3];
+  EXPECT_TRUE(MetricGetCpuUtilization(3, cpus));
+  EXPECT_EQ(cpus[0].total, 8u);
+  EXPECT_EQ(cpus[1].total, 0u);  // its last counter has no separator left
+  EXPECT_EQ(cpus[2].total, 0u);
+  Proc("stat", head + pad.substr(1) + "cpu1 1 1 1 1 1 1 1 1\n");
+  EXPECT_TRUE(MetricGetCpuUtilization(3, cpus));
+  EXPECT_EQ(cpus[1].total, 8u);  // one byte earlier, the whole line fits
+}
+
 TEST_F(FakeProcTest, MemoryAndSwap) {
   const std::string kFull =
       "MemTotal:       16000 kB\nMemFree:         4000 kB\nMemAvailable:    9000 kB\n"

@@ -27,7 +27,7 @@ bool isMyProcessDirent(const dirent* entry) {
   char relative[16];
   snprintf(relative, sizeof relative, "%.10s", name);
   struct stat st;
-  if (stat(bexo::ProcPath(relative).c_str(), &st) != 0) return false;
+  if (bexo::StatProcEntry(relative, &st) != 0) return false;
   return S_ISDIR(st.st_mode) && st.st_uid == getuid();
 }
 
