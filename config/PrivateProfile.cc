@@ -1,6 +1,7 @@
 #include "PrivateProfile.h"
 
 #include <ctype.h>
+#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -47,20 +48,28 @@ bool ReadLine(FILE* file, char* line) { return fgets(line, kLineSize, file) != n
 
 bool IsSectionHeader(char* line) { return *SkipSpace(line) == '['; }
 
-// Reads up to the next section header; returns the text after "[" and white
-// space, or null at the end of the file. A byte order mark opening the first
-// line read here is dropped.
+// The header rule every function shares, the writer included: a header line
+// (after a byte order mark when it is the first line of a search) gives the
+// text after "[" and white space, or null for any other line.
+char* SectionHeaderText(char* line, bool first_line) {
+  if (first_line && strncmp(line, kUtf8Bom, 3) == 0) line += 3;
+  char* text = SkipSpace(line);
+  return *text == '[' ? SkipSpace(text + 1) : nullptr;
+}
+
+// Reads up to the next section header; returns its header text, or null at
+// the end of the file.
 char* GetNextSection(FILE* file, char* line) {
   bool first = true;
   while (ReadLine(file, line)) {
-    if (first && strncmp(line, kUtf8Bom, 3) == 0) memmove(line, line + 3, strlen(line + 3) + 1);
+    if (char* text = SectionHeaderText(line, first)) return text;
     first = false;
-    char* text = SkipSpace(line);
-    if (*text == '[') return SkipSpace(text + 1);
   }
   return nullptr;
 }
 
+// The name from a header text: up to the first "]", trimmed. A text that
+// starts with "]" (as in "[ ]") names the section "]".
 unsigned SectionName(const char* header_text, char* name) {
   return GetStringFromBuffer(header_text, name, kLineSize, ']');
 }
@@ -142,9 +151,10 @@ unsigned GetAllKeyNames(FILE* file, char* buffer, unsigned size) {
     unsigned length = GetStringFromBuffer(text, name, sizeof name, '=');
     unsigned before = position;
     if (!AppendName(buffer, size, &position, name, length)) break;
-    // The entry is the whole rest of the line, up to its line feed; the next
-    // entry overwrites it from the key's length plus one.
-    size_t rest = strcspn(text, "\n");
+    // The entry is the whole rest of the line, its line feed included; the
+    // next entry overwrites it from the key's length plus one, so the
+    // character after the key stays as the separator.
+    size_t rest = strlen(text);
     size_t room = size - 1 - before;
     if (rest > room) rest = room;
     memcpy(buffer + before, text, rest);
@@ -187,7 +197,11 @@ int GetPrivateProfileInt(const char* section, const char* key, int default_value
   char value[32];
   int length = GetPrivateProfileString(section, key, "NotFound", value, sizeof value, path);
   if (length == 30 || strcmp(value, "NotFound") == 0) return default_value;
-  return static_cast<int>(strtol(value, nullptr, 10));
+  // Saturates at the 32-bit range, as strtol does where long has 32 bits.
+  long long number = strtoll(value, nullptr, 10);
+  if (number > INT32_MAX) return INT32_MAX;
+  if (number < INT32_MIN) return INT32_MIN;
+  return static_cast<int>(number);
 }
 
 int WritePrivateProfileString(const char* section, const char* key, const char* value,
@@ -222,9 +236,11 @@ int WritePrivateProfileString(const char* section, const char* key, const char* 
   };
 
   bool have_line = ReadLine(in, line);
+  bool first_line = true;
   while (have_line) {
-    char* text = SkipSpace(line);
-    if (changed || *text != '[' || (SectionName(text + 1, name), strcasecmp(name, section) != 0)) {
+    char* header = SectionHeaderText(line, first_line);
+    first_line = false;
+    if (changed || header == nullptr || (SectionName(header, name), strcasecmp(name, section) != 0)) {
       copy(line);
       have_line = ReadLine(in, line);
       continue;

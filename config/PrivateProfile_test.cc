@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <climits>
 #include <string>
 #include <vector>
 
@@ -125,29 +126,44 @@ TEST_F(PrivateProfileTest, NameListTruncatesToSizeMinusTwo) {
   EXPECT_EQ(buffer[15], '\0');
 }
 
+struct KeyListCase {
+  const char* section;
+  const char* content;
+  std::string expected;  // the bytes up to the result
+};
+
 TEST_F(PrivateProfileTest, KeyListSeparatorIsTheCharacterAfterTheKey) {
-  WriteFile(file_, "[A]\nPort=8080\n; comment\nHost = x\nflag\n[B]\nother=1\n");
-  char buffer[64];
-  int length = GetPrivateProfileString("A", nullptr, "", buffer, sizeof buffer, file_.c_str());
-  // Entries start at 0, 5 and 10; each copies the rest of its line.
-  EXPECT_EQ(length, 15);
-  EXPECT_EQ(std::string(buffer, 15), std::string("Port=Host flag\0", 15));
+  // Entries start after each key and its separator; each copies the rest of
+  // its line, line feed included.
+  const KeyListCase cases[] = {
+      {"A", "[A]\nPort=8080\n; comment\nHost = x\nflag\n[B]\nother=1\n", "Port=Host flag\n"},
+      {"S", "[S]\nflag\nk=1\n", "flag\nk="},
+  };
+  for (const KeyListCase& c : cases) {
+    WriteFile(file_, c.content);
+    char buffer[64];
+    int length = GetPrivateProfileString(c.section, nullptr, "", buffer, sizeof buffer, file_.c_str());
+    EXPECT_EQ(std::string(buffer, length), c.expected) << c.content;
+  }
 }
 
-TEST_F(PrivateProfileTest, GetIntReadsLeadingDigitsAndKeepsTheLength30Rule) {
-  WriteFile(file_,
-            "[A]\nport=8080\nneg=-12\nmixed=42abc\nword=abc\nthirty=" + std::string(30, '7') +
-                "\nthirtyone=" + std::string(31, '1') + "\nmissing_value\nliteral=NotFound\n");
-  const char* f = file_.c_str();
-  EXPECT_EQ(GetPrivateProfileInt("a", "PORT", 1, f), 8080);
-  EXPECT_EQ(GetPrivateProfileInt("A", "neg", 1, f), -12);
-  EXPECT_EQ(GetPrivateProfileInt("A", "mixed", 1, f), 42);
-  EXPECT_EQ(GetPrivateProfileInt("A", "word", 1, f), 0);
-  EXPECT_EQ(GetPrivateProfileInt("A", "thirty", 99, f), 99);
-  EXPECT_EQ(GetPrivateProfileInt("A", "thirtyone", 99, f), static_cast<int>(strtol(std::string(31, '1').c_str(), nullptr, 10)));
-  EXPECT_EQ(GetPrivateProfileInt("A", "missing_value", 5, f), 0);
-  EXPECT_EQ(GetPrivateProfileInt("A", "literal", 5, f), 5);
-  EXPECT_EQ(GetPrivateProfileInt("A", "absent", 5, f), 5);
+struct IntCase {
+  const char* key;
+  int expected;  // with the default 5
+};
+
+TEST_F(PrivateProfileTest, GetIntReadsLeadingDigitsSaturatesAndKeepsTheLength30Rule) {
+  WriteFile(file_, "[A]\nport=8080\nneg=-12\nmixed=42abc\nword=abc\nthirty=" + std::string(30, '7') +
+                       "\nthirtyone=" + std::string(31, '1') +
+                       "\nbig=9999999999\nsmall=-9999999999\nmissing_value\nliteral=NotFound\n");
+  const IntCase cases[] = {
+      {"PORT", 8080},         {"neg", -12},     {"mixed", 42},          {"word", 0},
+      {"thirty", 5},          {"thirtyone", INT_MAX}, {"big", INT_MAX}, {"small", INT_MIN},
+      {"missing_value", 0},   {"literal", 5},   {"absent", 5},
+  };
+  for (const IntCase& c : cases) {
+    EXPECT_EQ(GetPrivateProfileInt("a", c.key, 5, file_.c_str()), c.expected) << c.key;
+  }
   EXPECT_EQ(GetPrivateProfileInt("A", "port", 5, Path("/etc/kvelo/none.ini").c_str()), 5);
 }
 
@@ -174,6 +190,10 @@ const WriteCase kWriteCases[] = {
     {"delete last section", "[B]\nj=2\n[A]\nk=1\n", "A", nullptr, nullptr, "[B]\nj=2\n"},
     {"comments and other sections kept", "; c\n[B]\nb=1\n[A]\n; k=0\nk=1\n", "A", "k", "2", "; c\n[B]\nb=1\n[A]\n; k=0\nk=2\n"},
     {"null key and value deletes the section only", "[A]\nk=1\n", "A", nullptr, "ignored", ""},
+    {"blank inside brackets is the section ']'", "[ ]\nk=1\n", "]", "k", "2", "[ ]\nk=2\n"},
+    {"'[ ]' is not the empty name", "[ ]\nk=1\n[\nk=1\n", "", nullptr, nullptr, "[ ]\nk=1\n"},
+    {"byte order mark before the first header", "\xEF\xBB\xBF[Main]\nk=1\n", "Main", "k", "2",
+     "\xEF\xBB\xBF[Main]\nk=2\n"},
 };
 
 TEST_F(PrivateProfileTest, WritesExactBytes) {

@@ -3,6 +3,7 @@
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <string>
@@ -23,18 +24,18 @@ std::string ReadAll(const char* path) {
   return text;
 }
 
-const std::string& Dir() {
-  static const std::string dir = [] {
-    char pattern[] = "/tmp/bexo-fuzz-lines-XXXXXX";
-    return std::string(mkdtemp(pattern));
-  }();
-  return dir;
+// The files live in memory (memfd), named through /proc/self/fd, so a run
+// leaves nothing behind in /tmp, however it ends.
+std::string MemoryFile(const char* name) {
+  int fd = memfd_create(name, MFD_CLOEXEC);
+  if (fd < 0) abort();
+  return "/proc/self/fd/" + std::to_string(fd);
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::string in = Dir() + "/in", out = Dir() + "/out", again = Dir() + "/again";
+  static const std::string in = MemoryFile("in"), out = MemoryFile("out"), again = MemoryFile("again");
   FILE* fp = fopen(in.c_str(), "w");
   fwrite(data, 1, size, fp);
   fclose(fp);

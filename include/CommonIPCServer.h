@@ -17,7 +17,10 @@
 // The server trusts the client: it allocates the length a header announces
 // (memory is committed only as bytes arrive) and reads without a timeout, so a
 // client that stalls mid-request holds its own serving thread and nothing
-// else. A handler that throws is answered with an empty reply.
+// else. The reply write gives up after 95 seconds of silence, as the client's
+// read does. At most SetServingThreadLimit() connections are served at once;
+// more are closed at once. A handler that throws is answered with an empty
+// reply.
 //
 // Thread safety: the handler is called from several serving threads at once
 // and must be safe for that. StopListening may be called from any thread;
@@ -30,6 +33,8 @@
 #include <pthread.h>
 #include <sys/select.h>
 
+#include <atomic>
+#include <memory>
 #include <string>
 
 #include "CommonIPCMsgHeader.h"
@@ -52,6 +57,11 @@ class BEXO_EXPORT CommonIPCServer {
   // Must be called before StartListening.
   void SetHandler(Handler handler);
 
+  // The most connections served at once (default kDefaultServingThreadLimit,
+  // at least 1); the listener closes further ones at once. Before StartListening.
+  static constexpr int kDefaultServingThreadLimit = 128;
+  void SetServingThreadLimit(int limit);
+
   // Creates, binds (replacing a stale socket file) and listens on a new
   // socket for the port. Returns it, or -1 with errno set. The caller owns it.
   int CreateSocket();
@@ -64,8 +74,9 @@ class BEXO_EXPORT CommonIPCServer {
   // within about a second. The listening socket stays open (see CloseSocket).
   void StopListening();
 
-  // The listener loop. Returns 0 when the stop flag is seen, or the error of
-  // a failed thread creation, which ends listening. It waits in accept()
+  // The listener loop; returns 0 when the stop flag is seen. A connection
+  // whose serving thread cannot be started is closed and logged, and the
+  // listener goes on. It waits in accept()
   // itself, with a one-second receive timeout on the listening socket as the
   // round in which it looks at the stop flag: one system call per connection
   // instead of select() and accept(). A connection that cannot be accepted is
@@ -85,6 +96,7 @@ class BEXO_EXPORT CommonIPCServer {
   bool ReceiveFromClient(char** data, CommonIPCMsgHeader* hdr);
 
   // Writes one reply frame and closes the client socket, whatever the outcome.
+  // Gives up after 95 seconds of silence (a client that does not read).
   bool SendToClient(const char* data, const CommonIPCMsgHeader& hdr);
 
   // Serves the client socket's connection and then deletes this object,
@@ -112,6 +124,9 @@ class BEXO_EXPORT CommonIPCServer {
   pthread_mutex_t stop_mutex_;  // guards stop_
   bool stop_;
   bool copy_;  // a per-connection copy never stops the listener
+  int serving_limit_;
+  std::shared_ptr<std::atomic<int>> serving_;  // connections being served; shared with the copies
+  bool counted_;  // a copy the listener counted in serving_
 };
 
 // pthread entry points: the listener loop, and serving one connection.

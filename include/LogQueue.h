@@ -10,7 +10,10 @@
 // Thread safety: Push, FlushLog and SetReportFilePath may be called from any
 // thread. WriteLog called directly must not race with SetReportFilePath.
 // After fork() a child starts with an empty queue: lines pending in the parent
-// belong to the parent, which writes them itself.
+// belong to the parent, which writes them itself. A process killed before a
+// flush loses at most 198 lines whose Push had returned (the batch one thread
+// is writing and the list the others are gathering, 99 each), plus those whose
+// Push had not.
 #pragma once
 
 #include <stddef.h>

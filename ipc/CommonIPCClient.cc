@@ -26,11 +26,8 @@ namespace {
 constexpr int kConnectBudgetSeconds = 30;
 constexpr int kConnectGiveUpAbove = 29;
 
-// Reading and writing wait in 5-second rounds; the silent rounds of one call
-// add up, and a round that finds more than 89 seconds counted gives up: 19
-// silent rounds, 95 seconds.
-constexpr int kRoundSeconds = 5;
-constexpr int kIdleGiveUpAbove = 89;
+// Reading and writing wait in rounds under the silence budget of ipc_clock.h.
+constexpr int kRoundSeconds = bexo::kIpcRoundSeconds;
 
 }  // namespace
 
@@ -130,8 +127,7 @@ bool CommonIPCClient::ConnectToServer() {
 // exchange. Writes stay non-blocking (MSG_DONTWAIT). If either step fails the
 // socket simply stays non-blocking and reads wait in poll().
 void CommonIPCClient::ReadInRounds() {
-  int round = bexo::IpcClientMillis(kRoundSeconds);
-  timeval timeout{round / 1000, (round % 1000) * 1000};
+  timeval timeout = bexo::IpcRoundTimeout();
   if (setsockopt(sock_, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout) == 0) {
     fcntl(sock_, F_SETFL, 0);  // the socket was created with O_NONBLOCK as its only status flag
   }
@@ -146,8 +142,7 @@ bool CommonIPCClient::AwaitReady(short events, int* idle_seconds) {
       if (errno == EINTR) continue;
       return false;
     }
-    if (*idle_seconds > kIdleGiveUpAbove) return false;
-    *idle_seconds += kRoundSeconds;
+    if (!bexo::IpcSilentRound(idle_seconds)) return false;
   }
 }
 
@@ -210,8 +205,7 @@ ssize_t CommonIPCClient::ReadSome(char* buf, size_t least, size_t most) {
         continue;
       }
       // A blocking read that timed out: one silent round.
-      if (flags == -1 || idle_seconds > kIdleGiveUpAbove) break;
-      idle_seconds += kRoundSeconds;
+      if (flags == -1 || !bexo::IpcSilentRound(&idle_seconds)) break;
       continue;
     }
     if (count <= 0) break;

@@ -17,6 +17,7 @@
 
 #include "UxLog.h"
 #include "ipc/ipc_address.h"
+#include "ipc/ipc_clock.h"
 #include "ipc/ipc_iovec.h"
 #include "product_path.h"
 
@@ -67,15 +68,25 @@ bool ReadRequest(int fd, CommonIPCMsgHeader* hdr, Reserve reserve) {
   return true;
 }
 
-// Writes every byte of `parts`, blocking; false when a write moves nothing.
-// MSG_NOSIGNAL: a client that hung up must not raise SIGPIPE in the daemon.
+// Writes every byte of `parts`, blocking in rounds (the socket's send
+// timeout) under the same silence budget as the client's read, so a client
+// that never reads its reply cannot hold the serving thread for good. False
+// when a write fails or the budget is spent. MSG_NOSIGNAL: a client that hung
+// up must not raise SIGPIPE in the daemon.
 bool WriteFully(int fd, iovec* parts, int count) {
+  timeval round = bexo::IpcRoundTimeout();
+  if (setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &round, sizeof round) != 0) return false;
   msghdr message{};
   message.msg_iov = parts;
   message.msg_iovlen = count;
+  int idle_seconds = 0;
   while (message.msg_iovlen > 0) {
     ssize_t sent = sendmsg(fd, &message, MSG_NOSIGNAL);
     if (sent < 0 && errno == EINTR) continue;
+    if (sent < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+      if (!bexo::IpcSilentRound(&idle_seconds)) return false;
+      continue;
+    }
     if (sent < 1) return false;
     bexo::SkipSentBytes(&message, sent);
   }
@@ -106,7 +117,10 @@ CommonIPCServer::CommonIPCServer(int port)
       listener_thread_(0),
       handler_(nullptr),
       stop_(false),
-      copy_(false) {
+      copy_(false),
+      serving_limit_(kDefaultServingThreadLimit),
+      serving_(std::make_shared<std::atomic<int>>(0)),
+      counted_(false) {
   pthread_mutex_init(&stop_mutex_, nullptr);
 }
 
@@ -117,13 +131,17 @@ CommonIPCServer::CommonIPCServer(const CommonIPCServer& source)
       listener_thread_(0),
       handler_(source.handler_),
       stop_(false),
-      copy_(true) {
+      copy_(true),
+      serving_limit_(source.serving_limit_),
+      serving_(source.serving_),
+      counted_(false) {
   pthread_mutex_init(&stop_mutex_, nullptr);
 }
 
 CommonIPCServer::~CommonIPCServer() {
   if (copy_) {
     DisconnectClient();
+    if (counted_) serving_->fetch_sub(1, std::memory_order_relaxed);
   } else {
     StopListening();
     CloseSocket();
@@ -132,6 +150,8 @@ CommonIPCServer::~CommonIPCServer() {
 }
 
 void CommonIPCServer::SetHandler(Handler handler) { handler_ = handler; }
+
+void CommonIPCServer::SetServingThreadLimit(int limit) { serving_limit_ = limit > 0 ? limit : 1; }
 
 int CommonIPCServer::CreateSocket() {
   int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -230,7 +250,7 @@ int CommonIPCServer::Listening() {
   // and every serving thread starts with them blocked.
   DisableSignal();
   bool working = listen_socket_ >= 0 && AcceptInRounds(listen_socket_);
-  int result = 0;
+  bool refusing = false;  // whether the last connection met the thread limit
   for (;;) {
     pthread_mutex_lock(&stop_mutex_);
     bool stop = stop_;
@@ -259,21 +279,40 @@ int CommonIPCServer::Listening() {
       }
       continue;
     }
+    int serving = serving_->load(std::memory_order_relaxed);
+    if (serving >= serving_limit_) {
+      // Refused at once: the client reads the end of the stream.
+      close(fd);
+      if (!refusing) {
+        UX_LOG(1, kLogFile, "Listening",
+               "WARNING: IPC port %d refuses connections: %d serving threads, the limit", port_,
+               serving);
+      }
+      UX_LOG(3, kLogFile, "Listening", "IPC port %d refused a connection", port_);
+      refusing = true;
+      continue;
+    }
+    refusing = false;
     CommonIPCServer* copy = new (std::nothrow) CommonIPCServer(*this);
     if (copy == nullptr) {
       close(fd);
       continue;
     }
     copy->client_socket_ = fd;  // the copy owns the connection
+    copy->counted_ = true;
+    serving_->fetch_add(1, std::memory_order_relaxed);
     pthread_t thread;
-    result = pthread_create(&thread, &detached, ThreadProcess, copy);
-    if (result != 0) {
+    int error = pthread_create(&thread, &detached, ThreadProcess, copy);
+    if (error != 0) {
+      // Only this connection is lost; the listener goes on.
       delete copy;  // closes its connection
-      break;        // listening ends
+      char text[256];
+      UX_LOG(1, kLogFile, "Listening", "ERROR: IPC port %d cannot start a serving thread: %s",
+             port_, strerror_r(error, text, sizeof text));
     }
   }
   pthread_attr_destroy(&detached);
-  return result;
+  return 0;
 }
 
 bool CommonIPCServer::ReceiveFromClient(char** data, CommonIPCMsgHeader* hdr) {

@@ -8,6 +8,7 @@ namespace bexo {
 namespace {
 
 std::atomic<int> g_second_millis{1000};
+constexpr int kIdleGiveUpAbove = 89;
 
 }  // namespace
 
@@ -18,6 +19,17 @@ void SetIpcClientSecondForTesting(int milliseconds) {
 }
 
 int IpcClientMillis(int seconds) { return seconds * IpcClientSecondMillis(); }
+
+timeval IpcRoundTimeout() {
+  int round = IpcClientMillis(kIpcRoundSeconds);
+  return timeval{round / 1000, (round % 1000) * 1000};
+}
+
+bool IpcSilentRound(int* idle_seconds) {
+  if (*idle_seconds > kIdleGiveUpAbove) return false;
+  *idle_seconds += kIpcRoundSeconds;
+  return true;
+}
 
 void IpcClientSleep(int seconds) {
   long millis = IpcClientMillis(seconds);

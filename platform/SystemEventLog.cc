@@ -26,6 +26,7 @@ constexpr char kSection[] = "System-Event";
 constexpr char kLogSource[] = "SystemEventLog.cpp";
 constexpr size_t kMaxMessage = 8192;
 constexpr int kReportSeverity = 6;  // informational: what severities above 7 become
+constexpr size_t kMaxAppName = 48;
 
 enum class Transport { kUnix, kUdp, kTcp };
 
@@ -46,6 +47,7 @@ struct ServiceState {
   sockaddr_storage address{};
   socklen_t address_length = 0;
   std::string hostname;
+  std::string app_name;
 };
 
 ServiceState& State() {
@@ -118,12 +120,28 @@ int OpenLocked(ServiceState& state) {
   return 0;
 }
 
+// The program name as an RFC 5424 APP-NAME or RFC 3164 TAG: printable
+// US-ASCII without blanks, at most 48 characters, so a receiver never splits
+// it into the following fields. Other bytes become "_" (in a TAG also ":",
+// "[" and "]", which end it); an empty name is "-".
+std::string AppName(const char* program, bool rfc3164) {
+  std::string name;
+  for (const char* p = program; p != nullptr && *p != '\0' && name.size() < kMaxAppName; ++p) {
+    unsigned char c = static_cast<unsigned char>(*p);
+    bool printable = c > ' ' && c < 0x7F;
+    bool ends_tag = rfc3164 && (c == ':' || c == '[' || c == ']');
+    name += printable && !ends_tag ? static_cast<char>(c) : '_';
+  }
+  return name.empty() ? "-" : name;
+}
+
 int InitializeLocked(ServiceState& state) {
   state.settings = ReadSettings();
   char name[256] = "-";
   if (gethostname(name, sizeof name) != 0) strcpy(name, "-");
   name[sizeof name - 1] = '\0';
   state.hostname = name;
+  state.app_name = AppName(program_invocation_short_name, state.settings.rfc3164);
   state.initialized = true;
   return OpenLocked(state);
 }
@@ -136,7 +154,7 @@ size_t FormatHeader(const ServiceState& state, int event_id, int severity, char*
   gettimeofday(&now, nullptr);
   struct tm local;
   localtime_r(&now.tv_sec, &local);
-  const char* app = program_invocation_short_name;
+  const char* app = state.app_name.c_str();
   int n;
   if (state.settings.rfc3164) {
     char stamp[32];

@@ -1,6 +1,7 @@
 #include "SystemEventLog.h"
 
 #include <arpa/inet.h>
+#include <errno.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -110,6 +111,48 @@ TEST_F(SystemEventLogTest, TcpMessagesAreOctetCounted) {
     stream.erase(0, space + 1 + length);
   }
   EXPECT_EQ(stream, "");
+}
+
+// The program name reaches syslog as one field of printable US-ASCII without
+// blanks, at most 48 characters, in both formats.
+TEST_F(SystemEventLogTest, ProgramNameBecomesOneSafeField) {
+  struct Case {
+    const char* program;
+    const char* rfc5424;
+    const char* rfc3164;
+  };
+  const std::string long_name(60, 'a');
+  const std::string cut(48, 'a');
+  const Case cases[] = {
+      {"gatewayd", "gatewayd", "gatewayd"},
+      {"my prog", "my_prog", "my_prog"},
+      {"tab\tand\x7f", "tab_and_", "tab_and_"},
+      {"caf\xc3\xa9", "caf__", "caf__"},
+      {"a:b[1]", "a:b[1]", "a_b_1_"},
+      {"", "-", "-"},
+      {long_name.c_str(), cut.c_str(), cut.c_str()},
+  };
+  const std::string socket = Path("/var/bexo/log.sock");
+  bexo_test::SyslogSink sink(socket);
+  char* saved = program_invocation_short_name;
+  for (const Case& c : cases) {
+    program_invocation_short_name = const_cast<char*>(c.program);
+    Configure("syslog_socket = " + socket + "\n");
+    EXPECT_EQ(SystemEventLogF(7, 11, "%s", "x"), 0);
+    std::string datagram = sink.Receive();
+    std::smatch m;
+    EXPECT_TRUE(std::regex_match(datagram, m, std::regex(R"(<\d+>1 \S+ \S+ ([!-~]{1,48}) \d+ 7 - x)")))
+        << datagram;
+    EXPECT_EQ(m.size() > 1 ? m[1].str() : "", c.rfc5424) << datagram;
+
+    Configure("syslog_socket = " + socket + "\nsyslog_format = rfc3164\n");
+    EXPECT_EQ(SystemEventLogF(7, 11, "%s", "x"), 0);
+    datagram = sink.Receive();
+    EXPECT_TRUE(std::regex_match(datagram, m, std::regex(R"(<\d+>.{15} \S+ ([!-9;-Z\\^-~]{1,48})\[\d+\]: \[7\] x)")))
+        << datagram;
+    EXPECT_EQ(m.size() > 1 ? m[1].str() : "", c.rfc3164) << datagram;
+  }
+  program_invocation_short_name = saved;
 }
 
 }  // namespace

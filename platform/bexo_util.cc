@@ -1,8 +1,12 @@
 #include "bexo_util.h"
 
+#include <errno.h>
+#include <fcntl.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -67,6 +71,15 @@ bool CheckPathLastSlash(const char* path) {
   if (path == nullptr) return false;
   size_t length = strlen(path);
   return length > 0 && path[length - 1] == '/';
+}
+
+int ReadableFileError(const char* path) {
+  int fd = open(path, O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return errno;
+  struct stat st;
+  int error = fstat(fd, &st) != 0 ? errno : S_ISDIR(st.st_mode) ? EISDIR : 0;
+  close(fd);
+  return error;
 }
 
 void GetTZOffset(char* buffer, int size) {

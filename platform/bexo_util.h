@@ -24,6 +24,10 @@ BEXO_EXPORT int ReadPath(char* buffer, int size);
 // True when `path` ends in "/".
 BEXO_EXPORT bool CheckPathLastSlash(const char* path);
 
+// 0 when `path` opens for reading and is not a directory; otherwise the errno
+// that says why (EISDIR for a directory).
+BEXO_EXPORT int ReadableFileError(const char* path);
+
 // The configured time-zone name, key "TimeZone" of section "Common" of
 // "/etc/kvelo/morvane.ini"; the buffer is left empty when none is set (the
 // system default applies) or when the name does not fit.

@@ -1,10 +1,14 @@
 // Many processes, many threads, one report file family: every record reaches
 // the files exactly once and whole, across rollovers; a killed writer loses
-// only its unflushed batch and never blocks or corrupts the others.
+// at most the records of its two unwritten lists and never blocks or corrupts
+// the others.
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <map>
 #include <regex>
 #include <string>
@@ -156,6 +160,68 @@ TEST_F(ReportStressTest, KilledWriterLosesOnlyItsPendingBatch) {
   for (int s = 0; s < 250; ++s) {
     EXPECT_EQ((seen[{9, 0, s}]), s < 200 ? 1 : 0) << s;
   }
+}
+
+// The worst case of several threads: the batch one thread took waits for the
+// family lock, which another process holds, while the other threads fill the
+// next list until each of them blocks in its own flush. Every record whose
+// Push returned is then lost with the process: exactly two lists of 99,
+// however many threads push.
+TEST_F(ReportStressTest, KilledMultiThreadWriterLosesAtMostTwoListsOf99) {
+  constexpr int kVictimThreads = 4;
+  int ready[2];
+  ASSERT_EQ(pipe(ready), 0);
+  char byte = 1;
+  pid_t holder = Spawn([&] {
+    s_AccessLogFileMutex.lock();
+    if (write(ready[1], &byte, 1) == 1) pause();
+  });
+  ASSERT_EQ(read(ready[0], &byte, 1), 1);
+  // Per thread: how many of its pushes have returned.
+  void* shared = mmap(nullptr, sizeof(std::atomic<int>) * kVictimThreads, PROT_READ | PROT_WRITE,
+                      MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(shared, MAP_FAILED);
+  auto* acked = static_cast<std::atomic<int>*>(shared);
+  for (int t = 0; t < kVictimThreads; ++t) new (&acked[t]) std::atomic<int>(0);
+  pid_t victim = Spawn([&] {
+    std::vector<std::thread> pushers;
+    for (int t = 0; t < kVictimThreads; ++t) {
+      pushers.emplace_back([&, t] {
+        LogQueue& queue = Report_Log_Read_Write::GetAccessLogQueue();
+        for (int seq = 0;; ++seq) {
+          std::string line = Record(9, t, seq);
+          queue.Push(line.data(), static_cast<int>(line.size()));
+          acked[t].store(seq + 1);
+        }
+      });
+    }
+    for (auto& pusher : pushers) pusher.join();
+  });
+  auto total = [&] {
+    int sum = 0;
+    for (int t = 0; t < kVictimThreads; ++t) sum += acked[t].load();
+    return sum;
+  };
+  // Wait until every pushing thread is blocked (no progress for 300 ms).
+  int last = -1;
+  for (int still = 0, i = 0; still < 30 && i < 3000; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    int now = total();
+    still = now == last ? still + 1 : 0;
+    last = now;
+  }
+  kill(victim, SIGKILL);
+  waitpid(victim, nullptr, 0);
+  kill(holder, SIGKILL);
+  waitpid(holder, nullptr, 0);
+  close(ready[0]);
+  close(ready[1]);
+
+  EXPECT_EQ(total(), 2 * 99) << "records acknowledged while none could be written";
+  Seen seen = Collect(ReadFamily(dir_, "report_log.access."));
+  EXPECT_EQ(seen.count(kMalformed), 0u);
+  for (const auto& entry : seen) EXPECT_NE(std::get<0>(entry.first), 9) << "written after the kill?";
+  munmap(shared, sizeof(std::atomic<int>) * kVictimThreads);
 }
 
 }  // namespace

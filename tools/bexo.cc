@@ -1,11 +1,14 @@
 // bexo: command-line access to the gateway's common library, one subcommand
 // per subsystem ("bexo ini ...", "bexo url ...", ...).
+#include <errno.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include <map>
 #include <string>
 
+#include "bexo_util.h"
 #include "command.h"
 
 namespace {
@@ -34,6 +37,21 @@ bool RegisterBexoCommand(const BexoCommand& command) {
 int CommandError(int code, const std::string& message) {
   fprintf(stderr, "bexo: %s\n", message.c_str());
   return code;
+}
+
+int RequireReadableFile(const char* path) {
+  int error = ReadableFileError(path);
+  if (error == 0) return kExitOk;
+  return CommandError(kExitFailure, std::string("cannot read ") + path + ": " + strerror(error));
+}
+
+bool ParseWholeNumber(const char* text, long long min, long long max, long long* value) {
+  char* end = nullptr;
+  errno = 0;
+  long long number = strtoll(text, &end, 10);
+  if (errno != 0 || end == text || *end != '\0' || number < min || number > max) return false;
+  *value = number;
+  return true;
 }
 
 int main(int argc, char** argv) {

@@ -20,5 +20,12 @@ constexpr int kExitUsage = 2;    // the command line was wrong
 // Prints "bexo: " and the message to stderr; returns `code` for chaining.
 int CommandError(int code, const std::string& message);
 
+// kExitOk when `path` can be read as a file; otherwise prints
+// "cannot read PATH: REASON" (a directory included) and returns kExitFailure.
+int RequireReadableFile(const char* path);
+
+// Parses all of `text` as a decimal integer from `min` to `max`.
+bool ParseWholeNumber(const char* text, long long min, long long max, long long* value);
+
 #define BEXO_COMMAND(name, summary, function) \
   static const bool kRegistered_##function = RegisterBexoCommand({name, summary, function})

@@ -49,11 +49,9 @@ bool ParseOptions(int argc, char** argv, Options& options) {
         options.lock = value;
         continue;
       }
-      char* end = nullptr;
-      options.max_size = strtoll(value, &end, 10);
-      if (*value == '\0' || *end != '\0' || options.max_size < 1 || options.max_size > 0x7fffffff) {
-        return false;
-      }
+      long long parsed = 0;
+      if (!ParseWholeNumber(value, 1, 0x7fffffff, &parsed)) return false;
+      options.max_size = parsed;
     } else if (arg.rfind("--", 0) == 0) {
       return false;
     } else {

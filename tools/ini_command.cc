@@ -24,7 +24,7 @@ constexpr char kMissing[] = "\x1f\x1e";
 int Usage() { return CommandError(kExitUsage, kUsage); }
 
 int Get(const char* file, const char* section, const char* key) {
-  if (access(file, R_OK) != 0) return CommandError(kExitFailure, std::string("cannot read ") + file);
+  if (RequireReadableFile(file) != kExitOk) return kExitFailure;
   if (key != nullptr) {
     std::vector<char> value(64 * 1024);
     GetPrivateProfileString(section, key, kMissing, value.data(), value.size(), file);
@@ -47,6 +47,7 @@ int Write(const char* file, const char* section, const char* key, const char* va
   if (access(file, F_OK) != 0) {
     return CommandError(kExitFailure, std::string(file) + " does not exist (create it first)");
   }
+  if (RequireReadableFile(file) != kExitOk) return kExitFailure;
   if (WritePrivateProfileString(section, key, value, file) != 1) {
     return CommandError(kExitFailure, std::string("could not rewrite ") + file +
                                           " (if it is gone, its content is in " + file + "-)");
@@ -55,7 +56,7 @@ int Write(const char* file, const char* section, const char* key, const char* va
 }
 
 int Sections(const char* file) {
-  if (access(file, R_OK) != 0) return CommandError(kExitFailure, std::string("cannot read ") + file);
+  if (RequireReadableFile(file) != kExitOk) return kExitFailure;
   std::vector<char> names(1024 * 1024);
   int length = GetPrivateProfileString(nullptr, nullptr, "", names.data(), names.size(), file);
   for (int pos = 0; pos < length && names[pos] != '\0'; pos += strlen(&names[pos]) + 1) {

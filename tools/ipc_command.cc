@@ -28,10 +28,8 @@ constexpr char kUsage[] =
 int Usage() { return CommandError(kExitUsage, kUsage); }
 
 bool ParsePort(const char* text, int* port) {
-  char* end = nullptr;
-  errno = 0;
-  long value = strtol(text, &end, 10);
-  if (errno != 0 || end == text || *end != '\0' || value < 0 || value > INT_MAX) return false;
+  long long value = 0;
+  if (!ParseWholeNumber(text, 0, INT_MAX, &value)) return false;
   *port = static_cast<int>(value);
   return true;
 }

@@ -1,5 +1,6 @@
 // bexo report: write report records from the shell, flush, and read the
 // newest records of a kind as a table.
+#include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -174,20 +175,61 @@ std::vector<std::string> Split(const std::string& text, char separator) {
 
 int Usage() { return CommandError(kExitUsage, kUsage); }
 
-int WriteRecords(const Kind& kind, const std::vector<Args>& records) {
-  size_t expected = Split(kind.fields, ' ').size();
-  Report_Log_Read_Write writer;
-  for (const Args& record : records) {
-    if (record.size() != expected) {
-      return CommandError(kExitUsage, std::string(kind.name) + " takes " + std::to_string(expected) +
-                                          " fields: " + kind.fields);
+// A record line of standard input is at most this long; every record kind
+// fits many times over (its fields are cut far shorter).
+constexpr size_t kMaxInputLine = 64 * 1024;
+
+// Reads the next line of `in` into `line`, without its line feed. False at
+// the end of input; `*too_long` is set (and the rest of the line left unread)
+// when the line exceeds kMaxInputLine.
+bool ReadLine(FILE* in, std::string* line, bool* too_long) {
+  line->clear();
+  *too_long = false;
+  int c;
+  while ((c = getc(in)) != EOF && c != '\n') {
+    if (line->size() == kMaxInputLine) {
+      *too_long = true;
+      return true;
     }
-    if (kind.write(writer, record) != 0) return CommandError(kExitFailure, "the record was not written");
+    line->push_back(static_cast<char>(c));
   }
+  return c != EOF || !line->empty();
+}
+
+int WriteRecord(const Kind& kind, Report_Log_Read_Write& writer, const Args& record, const std::string& where) {
+  size_t expected = Split(kind.fields, ' ').size();
+  if (record.size() != expected) {
+    return CommandError(kExitUsage, where + std::string(kind.name) + " takes " + std::to_string(expected) +
+                                        " fields: " + kind.fields);
+  }
+  if (kind.write(writer, record) != 0) return CommandError(kExitFailure, where + "the record was not written");
+  return kExitOk;
+}
+
+int Flush() {
   if (Report_Log_Read_Write::FlushLog() != 0) {
     return CommandError(kExitFailure, "the report file could not be written (see the debug log)");
   }
   return kExitOk;
+}
+
+// One record per tab-separated line of standard input, each written as it is
+// read, so input of any size needs memory for one line only.
+int WriteFromStdin(const Kind& kind) {
+  Report_Log_Read_Write writer;
+  std::string line;
+  bool too_long = false;
+  for (long number = 1; ReadLine(stdin, &line, &too_long); ++number) {
+    const std::string where = "line " + std::to_string(number) + ": ";
+    if (too_long) {
+      return CommandError(kExitUsage, where + "longer than " + std::to_string(kMaxInputLine) + " bytes");
+    }
+    if (line.empty()) continue;
+    int rc = WriteRecord(kind, writer, Split(line, '\t'), where);
+    if (rc != kExitOk) return rc;
+  }
+  if (ferror(stdin)) return CommandError(kExitFailure, "cannot read standard input");
+  return Flush();
 }
 
 int Write(int argc, char** argv) {
@@ -197,21 +239,10 @@ int Write(int argc, char** argv) {
     if (strcmp(k.name, argv[2]) == 0) kind = &k;
   }
   if (kind == nullptr) return CommandError(kExitUsage, std::string("unknown kind '") + argv[2] + "'");
-  std::vector<Args> records;
-  if (argc == 4 && strcmp(argv[3], "-") == 0) {
-    char* line = nullptr;
-    size_t capacity = 0;
-    ssize_t length;
-    while ((length = getline(&line, &capacity, stdin)) >= 0) {
-      std::string text(line, static_cast<size_t>(length));
-      if (!text.empty() && text.back() == '\n') text.pop_back();
-      if (!text.empty()) records.push_back(Split(text, '\t'));
-    }
-    free(line);
-  } else {
-    records.emplace_back(argv + 3, argv + argc);
-  }
-  return WriteRecords(*kind, records);
+  if (argc == 4 && strcmp(argv[3], "-") == 0) return WriteFromStdin(*kind);
+  Report_Log_Read_Write writer;
+  int rc = WriteRecord(*kind, writer, Args(argv + 3, argv + argc), "");
+  return rc != kExitOk ? rc : Flush();
 }
 
 int Kinds() {
@@ -232,7 +263,11 @@ int Tail(int argc, char** argv) {
   size_t count = 10;
   if (argc == 5) {
     if (strcmp(argv[3], "-n") != 0) return Usage();
-    count = strtoul(argv[4], nullptr, 10);
+    long long n = 0;
+    if (!ParseWholeNumber(argv[4], 0, INT_MAX, &n)) {
+      return CommandError(kExitUsage, std::string("N must be a number from 0 to 2147483647, not '") + argv[4] + "'");
+    }
+    count = static_cast<size_t>(n);
   }
   const Family* family = nullptr;
   for (const Family& f : kFamilies) {

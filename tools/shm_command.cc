@@ -95,10 +95,8 @@ int RunShm(int argc, char** argv) {
   if (verb == "info" && (argc == 3 || argc == 4)) {
     size_t bytes = 64;
     if (argc == 4) {
-      char* end = nullptr;
-      errno = 0;
-      unsigned long long value = strtoull(argv[3], &end, 10);
-      if (errno != 0 || end == argv[3] || *end != '\0' || argv[3][0] == '-' || value > kMaxDump) {
+      long long value = 0;
+      if (argv[3][0] == '-' || !ParseWholeNumber(argv[3], 0, kMaxDump, &value)) {
         return CommandError(kExitUsage, "BYTES must be a number from 0 to 1048576");
       }
       bytes = static_cast<size_t>(value);

@@ -132,9 +132,7 @@ int Match(int argc, char** argv) {
 
   url_matching_module module;
   for (const char* path : {opp, user}) {
-    if (path != nullptr && access(path, R_OK) != 0) {
-      return CommandError(kExitFailure, std::string("cannot read ") + path);
-    }
+    if (path != nullptr && RequireReadableFile(path) != kExitOk) return kExitFailure;
   }
   // Without --opp the opp graph stays empty; the user file loads all the same.
   module.deserialization(opp, user, translate, true);
@@ -263,6 +261,7 @@ int List(int argc, char** argv) {
 int Check(int argc, char** argv) {
   if (argc != 3) return Usage();
   const char* file = argv[2];
+  if (RequireReadableFile(file) != kExitOk) return kExitFailure;
   FILE* fp = fopen(file, "r");
   if (fp == nullptr) return CommandError(kExitFailure, std::string("cannot read ") + file);
   url_rule_serialization_device splitter;
