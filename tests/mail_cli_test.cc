@@ -126,4 +126,34 @@ TEST_F(MailCliTest, CoreCheckAndPackage) {
   EXPECT_EQ(Bexo("core", nullptr), 2);
 }
 
+TEST_F(MailCliTest, NotifyQueuesTheLocalizedTexts) {
+  bexo_test::InstallResourceBundles(root());
+  std::string queue = root() + "/mailq";
+  std::filesystem::create_directories(queue);
+  std::string ini = root() + "/product.ini";
+  WriteFile(ini, "[notification]\nfrom_addr=gw@x\nto_addr=ops,admin\nmail_queue_path=" + queue + "\n");
+  const struct {
+    const char* lang;
+    std::string spool;
+  } kCases[] = {
+      {"en", "F gw@x\nT ops\nT admin\nD \nS Gateway run finished: 5 requests replayed\n"
+             "B The gateway replayed 5 requests through the request path.\n"
+             "B Access and blocking records were written to the report files under /logs.\nR 0\n"},
+      {"ja", "F gw@x\nT ops\nT admin\nD \nS ゲートウェイの実行が完了しました: 5 件のリクエストを再生\n"
+             "B ゲートウェイは 5 件のリクエストをリクエスト経路で再生しました。\n"
+             "B アクセスおよびブロックの記録は /logs のレポートファイルに書き込まれました。\nR 0\n"},
+  };
+  for (const auto& c : kCases) {
+    WriteFile(Path("/etc/kvelo/morvane.ini"), std::string("[Common]\nlang=") + c.lang + "\n");
+    std::string spool;
+    ASSERT_EQ(Bexo("mail notify --ini " + ini + " --node nod_RunReport --bundle mail 5 /logs", &spool), 0);
+    ASSERT_FALSE(spool.empty());
+    spool.pop_back();
+    EXPECT_EQ(ReadFile(spool), c.spool) << c.lang;
+    std::filesystem::remove(spool);
+  }
+  EXPECT_EQ(Bexo("mail notify --ini " + ini + " --node nod_Missing", nullptr), 1);
+  EXPECT_EQ(Bexo("mail notify --node nod_RunReport", nullptr), 2);
+}
+
 }  // namespace

@@ -8,15 +8,20 @@
 #include <time.h>
 
 #include <algorithm>
+#include <list>
 #include <set>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "PackageCoreDump.h"
+#include "PrivateProfile.h"
+#include "UxResBundle.h"
 #include "command.h"
 #include "input_text.h"
 #include "mail_cnvt.h"
 #include "mailqueue.h"
+#include "product_path.h"
 
 namespace {
 
@@ -24,7 +29,11 @@ constexpr char kUsage[] =
     "usage: bexo mail put --dir DIR --from ADDR --to ADDR[,ADDR...] --subject TEXT [--attach FILE]... [BODY|-]\n"
     "                                queue a mail (BODY lines from the argument or stdin)\n"
     "       bexo mail list DIR       queued mails: file, sender, recipients, subject, size, lock\n"
-    "       bexo mail show FILE      a spool file as the RFC 5322 message the sender sends";
+    "       bexo mail show FILE      a spool file as the RFC 5322 message the sender sends\n"
+    "       bexo mail notify --ini INI --node NODE [--bundle NAME] [ARG...]\n"
+    "                                queue a notification: tok_subject and tok_body of NODE in\n"
+    "                                bundle NAME (default daemon), in the configured language, with\n"
+    "                                {0}, {1}, ... filled by the ARGs; mail settings from INI";
 
 int Usage() { return CommandError(kExitUsage, kUsage); }
 
@@ -37,6 +46,17 @@ std::set<std::string> SpoolNames(const std::string& dir) {
   }
   closedir(d);
   return names;
+}
+
+// Prints the spool files of `dir` that are not in `before`; false when none.
+bool PrintNewSpoolFiles(const std::string& dir, const std::set<std::string>& before) {
+  bool any = false;
+  for (const auto& name : SpoolNames(dir)) {
+    if (before.count(name)) continue;
+    printf("%s/%s\n", dir.c_str(), name.c_str());
+    any = true;
+  }
+  return any;
 }
 
 std::vector<std::string> Lines(const std::string& text) {
@@ -107,9 +127,7 @@ int Put(int argc, char** argv) {
   }
   mailqueue_free(&req);
   if (rc != 0) return CommandError(kExitFailure, "could not queue the mail in " + dir);
-  for (const auto& name : SpoolNames(dir)) {
-    if (!before.count(name)) printf("%s/%s\n", dir.c_str(), name.c_str());
-  }
+  PrintNewSpoolFiles(dir, before);
   return kExitOk;
 }
 
@@ -194,15 +212,56 @@ int Show(const std::string& path) {
   return kExitOk;
 }
 
+int Notify(int argc, char** argv) {
+  std::string ini, node, bundle_name = "daemon";
+  std::vector<icu::Formattable> arguments;
+  for (int i = 1; i < argc; ++i) {
+    std::string arg = argv[i];
+    if (arg == "--ini" && i + 1 < argc) {
+      ini = argv[++i];
+    } else if (arg == "--node" && i + 1 < argc) {
+      node = argv[++i];
+    } else if (arg == "--bundle" && i + 1 < argc) {
+      bundle_name = argv[++i];
+    } else if (arg.compare(0, 2, "--") == 0) {
+      return Usage();
+    } else {
+      arguments.emplace_back();
+      if (UxResBundle::getFormattable(argv[i], &arguments.back()) != 0) return Usage();
+    }
+  }
+  if (ini.empty() || node.empty()) return Usage();
+  char lang[16];
+  GetPrivateProfileString("Common", "lang", "en", lang, sizeof lang,
+                          bexo::ProductPath("/etc/kvelo/morvane.ini").c_str());
+  std::string path = bexo::ProductPath(bexo::kResourceBundleDirectory) + "/" + bundle_name;
+  UxResBundle bundle(path.c_str(), lang);
+  char subject[UxResBundle::kUTF8OutputSize], body[UxResBundle::kUTF8OutputSize];
+  unsigned count = static_cast<unsigned>(arguments.size());
+  if (!bundle.getFormattedUTF8String(node.c_str(), "tok_subject", arguments.data(), count, subject, sizeof subject) ||
+      !bundle.getFormattedUTF8String(node.c_str(), "tok_body", arguments.data(), count, body, sizeof body)) {
+    return CommandError(kExitFailure, "no tok_subject and tok_body under " + node + " in " + path);
+  }
+  std::vector<std::string> lines = Lines(body);
+  std::list<std::string> body_lines(lines.begin(), lines.end());
+  char queue[1024];
+  notification_queue_path(ini.c_str(), queue, sizeof queue);
+  std::set<std::string> before = SpoolNames(queue);
+  sendNotification(subject, body_lines, &ini[0]);
+  if (!PrintNewSpoolFiles(queue, before)) return CommandError(kExitFailure, std::string("not queued in ") + queue);
+  return kExitOk;
+}
+
 int RunMail(int argc, char** argv) {
   if (argc < 2) return Usage();
   std::string verb = argv[1];
   if (verb == "put") return Put(argc - 1, argv + 1);
   if (verb == "list" && argc == 3) return List(argv[2]);
   if (verb == "show" && argc == 3) return Show(argv[2]);
+  if (verb == "notify") return Notify(argc - 1, argv + 1);
   return Usage();
 }
 
 }  // namespace
 
-BEXO_COMMAND("mail", "queue notification mail and inspect the spool directory (put, list, show)", RunMail);
+BEXO_COMMAND("mail", "queue notification mail and inspect the spool directory (put, list, show, notify)", RunMail);
