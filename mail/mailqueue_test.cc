@@ -1,7 +1,6 @@
 // Mail queue: spool files byte for byte, lock staleness, request conversions.
 #include "mailqueue.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <time.h>
@@ -9,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "dir_names.h"
 #include "temp_root.h"
 
 namespace {
@@ -37,15 +37,7 @@ class MailQueueTest : public bexo_test::TempRootTest {
     TempRootTest::TearDown();
   }
 
-  std::vector<std::string> Files() const {
-    std::vector<std::string> names;
-    DIR* d = opendir(dir_.c_str());
-    while (dirent* e = readdir(d)) {
-      if (e->d_name[0] != '.') names.push_back(e->d_name);
-    }
-    closedir(d);
-    return names;
-  }
+  std::vector<std::string> Files() const { return bexo_test::DirNames(dir_); }
 
   std::string dir_;
   _DMailReq req_;

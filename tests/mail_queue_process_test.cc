@@ -1,7 +1,6 @@
 // Mail queue as its reader sees it: the multipart B lines parse as a MIME
 // message with Python's email package, and a reader running beside forked
 // writers never takes a half-written spool file.
-#include <dirent.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,6 +13,7 @@
 
 #include "mailqueue.h"
 #include "python_runner.h"
+#include "dir_names.h"
 #include "temp_root.h"
 
 namespace {
@@ -28,15 +28,7 @@ class MailQueueProcessTest : public bexo_test::TempRootTest {
     mkdir(dir_.c_str(), 0755);
   }
 
-  std::vector<std::string> Spooled() const {
-    std::vector<std::string> names;
-    DIR* d = opendir(dir_.c_str());
-    while (dirent* e = readdir(d)) {
-      if (e->d_name[0] != '.') names.push_back(e->d_name);
-    }
-    closedir(d);
-    return names;
-  }
+  std::vector<std::string> Spooled() const { return bexo_test::DirNames(dir_); }
 
   std::string dir_;
 };
