@@ -52,6 +52,12 @@ std::string Hex(const std::string& bytes) {
   return out;
 }
 
+std::string Unhex(const std::string& hex) {
+  std::string out;
+  for (size_t i = 0; i + 1 < hex.size(); i += 2) out += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
+  return out;
+}
+
 std::string Jis(const std::string& utf8) {
   std::string out;
   EXPECT_TRUE(Iconv("UTF-8", "ISO-2022-JP", utf8, &out));
@@ -150,10 +156,7 @@ for line in sys.stdin:
     }
     EXPECT_EQ(joined, standard) << Hex(in);
     // Python's own line-broken form (76 columns, LF) decodes to the input.
-    std::string from_python;
-    for (size_t i = 0; i < python_lines_hex.size(); i += 2) {
-      from_python += static_cast<char>(strtol(python_lines_hex.substr(i, 2).c_str(), nullptr, 16));
-    }
+    std::string from_python = Unhex(python_lines_hex);
     size_t out_len = 0;
     unsigned char* decoded =
         from_base64(reinterpret_cast<const unsigned char*>(from_python.data()), from_python.size(), &out_len);
@@ -212,10 +215,7 @@ for line in sys.stdin:
     for (size_t start = 0, end; (end = ours[i].find("\r\n", start)) != std::string::npos; start = end + 2) {
       EXPECT_LE(end - start, 76u) << ours[i];
     }
-    std::string encoded;
-    for (size_t k = 1; k < theirs.size(); k += 2) {
-      encoded += static_cast<char>(strtol(theirs.substr(k, 2).c_str(), nullptr, 16));
-    }
+    std::string encoded = Unhex(theirs.substr(1));
     size_t len = 0;
     std::vector<unsigned char> buffer(encoded.begin(), encoded.end());
     buffer.push_back('\0');
