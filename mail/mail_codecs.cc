@@ -36,16 +36,23 @@ int HexValue(unsigned char c) {
 }  // namespace
 
 size_t Base64Encode(const unsigned char* data, size_t len, char* out, size_t line_chars) {
+  // Two output characters per 12 input bits, from one table lookup.
+  static const struct PairTable {
+    char pair[4096][2];
+    PairTable() : pair() {
+      for (int i = 0; i < 4096; ++i) {
+        pair[i][0] = kAlphabet[i >> 6];
+        pair[i][1] = kAlphabet[i & 63];
+      }
+    }
+  } kPairs;
   char* d = out;
   size_t column = 0;
-  for (size_t i = 0; i < len; i += 3) {
-    uint32_t group = static_cast<uint32_t>(data[i]) << 16;
-    if (i + 1 < len) group |= static_cast<uint32_t>(data[i + 1]) << 8;
-    if (i + 2 < len) group |= data[i + 2];
-    d[0] = kAlphabet[(group >> 18) & 63];
-    d[1] = kAlphabet[(group >> 12) & 63];
-    d[2] = i + 1 < len ? kAlphabet[(group >> 6) & 63] : '=';
-    d[3] = i + 2 < len ? kAlphabet[group & 63] : '=';
+  size_t whole = len - len % 3;
+  for (size_t i = 0; i < whole; i += 3) {
+    uint32_t group = static_cast<uint32_t>(data[i]) << 16 | static_cast<uint32_t>(data[i + 1]) << 8 | data[i + 2];
+    memcpy(d, kPairs.pair[group >> 12], 2);
+    memcpy(d + 2, kPairs.pair[group & 4095], 2);
     d += 4;
     column += 4;
     if (line_chars != 0 && column >= line_chars) {
@@ -53,6 +60,20 @@ size_t Base64Encode(const unsigned char* data, size_t len, char* out, size_t lin
       *d++ = '\n';
       column = 0;
     }
+  }
+  if (whole < len) {
+    uint32_t group = static_cast<uint32_t>(data[whole]) << 16;
+    if (whole + 1 < len) group |= static_cast<uint32_t>(data[whole + 1]) << 8;
+    d[0] = kAlphabet[group >> 18];
+    d[1] = kAlphabet[(group >> 12) & 63];
+    d[2] = whole + 1 < len ? kAlphabet[(group >> 6) & 63] : '=';
+    d[3] = '=';
+    d += 4;
+    column += 4;
+  }
+  if (line_chars != 0 && column >= line_chars) {  // a full last line, then the final CR LF
+    *d++ = '\r';
+    *d++ = '\n';
   }
   if (line_chars != 0) {
     *d++ = '\r';
