@@ -191,14 +191,23 @@ int List(const std::string& dir) {
   return kExitOk;
 }
 
-// A header value: as it is when plain ASCII, else one UTF-8 encoded word.
+// A header value: as it is when plain ASCII, else UTF-8 encoded words of at
+// most 75 characters (45 bytes each, cut between characters), folded.
 std::string HeaderValue(const std::string& text) {
+  constexpr size_t kWordBytes = 45;
   bool ascii = std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-  char* encoded = nullptr;
-  if (ascii || ConvertMail(text.c_str(), "UTF-8", &encoded, false) != 0) return text;
-  std::string word = std::string("=?UTF-8?B?") + encoded + "?=";
-  free(encoded);
-  return word;
+  if (ascii) return text;
+  std::string value;
+  for (size_t start = 0; start < text.size();) {
+    size_t end = std::min(start + kWordBytes, text.size());
+    while (end < text.size() && end > start + 1 && (static_cast<unsigned char>(text[end]) & 0xc0) == 0x80) --end;
+    char* encoded = nullptr;
+    if (ConvertMail(text.substr(start, end - start).c_str(), "UTF-8", &encoded, false) != 0) return text;
+    value += (value.empty() ? "" : "\r\n ") + std::string("=?UTF-8?B?") + encoded + "?=";
+    free(encoded);
+    start = end;
+  }
+  return value;
 }
 
 int Show(const std::string& path) {
