@@ -1,4 +1,5 @@
 // Helpers shared by the files of mail_cnvt; not part of the library's interface.
+// Thread safety: reentrant; the reset is for single-threaded tests.
 #pragma once
 
 #include <stddef.h>
