@@ -1,5 +1,6 @@
 // Base64 encoding shared by the mail codecs and ConvertMail: the standard
 // alphabet with "=" padding, optionally broken into lines.
+// Thread safety: reentrant.
 #pragma once
 
 #include <stddef.h>
