@@ -20,7 +20,7 @@ namespace {
 constexpr char kBoundary[] = "000-0000-AAAAAAAA-AAAAAAAA";  // constant on purpose, not random
 constexpr unsigned kMaxAttachment = 200000000;
 constexpr time_t kReaderStaleSeconds = 7200;    // a reader gives up on a writer after 2 hours
-constexpr time_t kWriterStaleSeconds = 259200;  // a writer respects another's lock for 3 days
+constexpr time_t kWriterStaleSeconds = 259200;  // a writer honours another's lock for 3 days
 constexpr int kNameAttempts = 64;
 
 std::string LockPath(const char* path) {

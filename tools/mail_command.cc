@@ -273,4 +273,4 @@ int RunMail(int argc, char** argv) {
 
 }  // namespace
 
-BEXO_COMMAND("mail", "queue notification mail and inspect the spool directory (put, list, show, notify)", RunMail);
+BEXO_COMMAND("mail", "queue notification mail and look at the spool directory (put, list, show, notify)", RunMail);
