@@ -50,7 +50,8 @@ EucScan ScanEuc(const unsigned char* s) {
       if (EscapeShift(s + i) != kNoShift) scan.result = 1;
       ++i;
     } else if (c == '=') {
-      if (scan.result == 0 && s[i + 1] == '?' && bexo_mail::EncodedWordPrefixLength(reinterpret_cast<const char*>(s + i)) > 0) {
+      const char* word = reinterpret_cast<const char*>(s + i);
+      if (scan.result == 0 && s[i + 1] == '?' && bexo_mail::EncodedWordPrefixLength(word) > 0) {
         scan.result = 4;
       }
       ++i;

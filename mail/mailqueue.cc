@@ -156,7 +156,9 @@ int mailqueue_lockfile(char* path) {
 
 int mailqueue_unlockfile(char* path) { return unlink(LockPath(path).c_str()); }
 
-int mailqueue_put(_DMailReq* req, char* dir) { return mailqueue_put_with_attachments(req, dir, nullptr, nullptr, nullptr); }
+int mailqueue_put(_DMailReq* req, char* dir) {
+  return mailqueue_put_with_attachments(req, dir, nullptr, nullptr, nullptr);
+}
 
 int mailqueue_put_with_attachments(_DMailReq* req, char* dir, char** data, unsigned* sizes, char** names) {
   if (dir == nullptr) return -1;

@@ -37,9 +37,9 @@ class CoreDumpTest : public bexo_test::TempRootTest {
   }
 
   void Configure(const std::string& send, const std::string& to) {
-    WriteFile(product_ + "/morvane.ini", "[debug]\ncore_path=" + cores_ + "\ndump_path=" + dumps_ +
-                                             "\n[notification]\nsend_coredump_mail=" + send + "\nfrom_addr=gw@x\nto_addr=" +
-                                             to + "\nmail_queue_path=" + queue_ + "\n");
+    WriteFile(product_ + "/morvane.ini",
+              "[debug]\ncore_path=" + cores_ + "\ndump_path=" + dumps_ + "\n[notification]\nsend_coredump_mail=" +
+                  send + "\nfrom_addr=gw@x\nto_addr=" + to + "\nmail_queue_path=" + queue_ + "\n");
   }
 
   std::vector<std::string> Queued() const {
