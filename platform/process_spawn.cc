@@ -21,12 +21,16 @@ bool IsBlank(char c) { return c == ' ' || c == '\t'; }
 int CloseQuietly(int fd) { return fd >= 0 ? close(fd) : 0; }
 
 // In the child: never returns.
-[[noreturn]] void RunChild(char* const argv[], char* const envp[], int input_fd, bool quiet_stdout,
-                           int error_fd) {
+[[noreturn]] void RunChild(char* const argv[], char* const envp[], int input_fd,
+                           const SpawnOptions& options, int error_fd) {
+  if (options.new_session) setsid();
   if (input_fd >= 0) {
     if (input_fd != 0) dup2(input_fd, 0);
+  } else if (options.null_stdin) {
+    const int null_fd = open("/dev/null", O_RDONLY);
+    if (null_fd > 0) dup2(null_fd, 0);
   }
-  if (quiet_stdout) {
+  if (options.quiet_stdout) {
     const int null_fd = open("/dev/null", O_WRONLY);
     if (null_fd >= 0 && null_fd != 1) dup2(null_fd, 1);
   }
@@ -133,7 +137,7 @@ int ExecuteCommand(const char* command_line, const SpawnOptions& options,
     return -1;
   }
   const pid_t pid = fork();
-  if (pid == 0) RunChild(words, envp.data(), input[1], options.quiet_stdout, error_pipe[1]);
+  if (pid == 0) RunChild(words, envp.data(), input[1], options, error_pipe[1]);
   CloseQuietly(error_pipe[1]);
   CloseQuietly(input[1]);
   if (pid < 0) {

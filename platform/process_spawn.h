@@ -31,6 +31,8 @@ struct SpawnOptions {
   const char* log_file = "process_spawn.cc";  // source name of the log lines
   std::vector<std::string> extra_environment;  // "NAME=value", added for the child only
   bool quiet_stdout = false;                   // child's standard output to /dev/null
+  bool null_stdin = false;   // child's standard input from /dev/null (without a feeder)
+  bool new_session = false;  // no controlling terminal: a client cannot stop to prompt on it
 };
 
 // Feeds the child's standard input through `fd`; false stops the child.

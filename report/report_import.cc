@@ -2,6 +2,7 @@
 // their tables by the psql client. The client reads the lines through our
 // COPY text converter on its standard input, so that no record is lost or
 // shifted; the password reaches it only in its own environment.
+#include <stdio.h>
 #include <string.h>
 
 #include <string>
@@ -52,7 +53,8 @@ const ImportTable* FindTable(const char* file) {
 // false when it does not fit.
 bool BuildCommand(char (&command)[kCommandSize], const LoginAttributes& login, const std::string& tail) {
   const std::string psql = bexo::ProductPath(kPsql);
-  const int n = bexo_snprintf(command, sizeof command, "%s -h %s -p %s -d %s -U %s -c \"%s\"", psql.c_str(),
+  // snprintf, not bexo_snprintf: the length it would have needed tells whether it fits.
+  const int n = snprintf(command, sizeof command, "%s -h %s -p %s -d %s -U %s -c \"%s\"", psql.c_str(),
                               login.host, login.port, login.database, login.user, tail.c_str());
   return n >= 0 && static_cast<size_t>(n) < sizeof command;
 }
@@ -61,6 +63,9 @@ bexo::SpawnOptions ClientOptions(const LoginAttributes& login) {
   bexo::SpawnOptions options;
   options.log_file = kLogFile;
   options.quiet_stdout = true;
+  // A client without a password would prompt: not on the caller's terminal.
+  options.new_session = true;
+  options.null_stdin = true;
   if (login.password[0] != '\0') options.extra_environment.push_back(std::string("PGPASSWORD=") + login.password);
   return options;
 }
@@ -97,7 +102,7 @@ int Report_Log_Read_Write::ImportToDB(const char* file, LoginAttributes& login, 
     return -1;
   }
   char strip[kCommandSize];
-  const int n = bexo_snprintf(strip, sizeof strip, "sed -i 's/\\x0d//g' %s", file);
+  const int n = snprintf(strip, sizeof strip, "sed -i 's/\\x0d//g' %s", file);
   if (n >= 0 && static_cast<size_t>(n) < sizeof strip) Execute(strip);
 
   const std::string psql = bexo::ProductPath(kPsql);

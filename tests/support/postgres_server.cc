@@ -24,13 +24,13 @@ std::string Trimmed(std::string text) {
   return text;
 }
 
-std::string Quoted(const std::string& text) {
+}  // namespace
+
+std::string ShellQuote(const std::string& text) {
   std::string quoted = "'";
   for (char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
   return quoted + "'";
 }
-
-}  // namespace
 
 const std::string& PostgresSocketDir() {
   static const std::string dir = [] {
@@ -72,7 +72,7 @@ void PostgresTest::TearDown() {
 std::string PostgresTest::Sql(const std::string& sql) {
   std::string output;
   EXPECT_EQ(RunCommand(std::string(kPsql) + " -X -q -At -v ON_ERROR_STOP=1 -h " + PostgresSocketDir() +
-                           " -U postgres -d " + database_ + " -c " + Quoted(sql),
+                           " -U postgres -d " + database_ + " -c " + ShellQuote(sql),
                        &output),
             0)
       << sql;

@@ -13,6 +13,9 @@
 
 namespace bexo_test {
 
+// `text` quoted for /bin/sh.
+std::string ShellQuote(const std::string& text);
+
 // The server's socket directory ("" when no server could be started).
 const std::string& PostgresSocketDir();
 
