@@ -25,8 +25,8 @@ constexpr size_t kPrefixLength = sizeof kPrefix - 1;
 constexpr int kKeyBytes = 32;
 constexpr int kNonceBytes = 12;
 constexpr int kTagBytes = 16;
-// Bound on a password, so that every buffer here has a size.
-constexpr size_t kMaxPlain = 1024;
+// Bound on a password: it must open into the callers' 1024-byte buffers.
+constexpr size_t kMaxPlain = 1023;
 
 struct Key {
   unsigned char bytes[kKeyBytes];
