@@ -27,7 +27,9 @@ TEST_F(PasswordCipherTest, RoundTripsAndRefusesWhatIsNotOurs) {
   for (const std::string& p : passwords) {
     const std::string sealed = Seal(p);
     EXPECT_EQ(0u, sealed.find("v1:"));
-    EXPECT_EQ(std::string::npos, sealed.find(p.substr(0, 8))) << "the password shows through";
+    if (p.size() >= 8) {
+      EXPECT_EQ(std::string::npos, sealed.find(p.substr(0, 8))) << "the password shows through";
+    }
     EXPECT_EQ(p, Open(sealed));
     EXPECT_NE(sealed, Seal(p)) << "same nonce twice";
   }
