@@ -55,23 +55,17 @@ int RunLoadDb(int argc, char** argv) {
     return CommandError(kExitFailure, std::string("policy database: ") + e.what());
   }
   printf("list %d (type %d): %d rules\n", list_id, list_type, module.user_graph().size());
-  int result = kExitOk;
   for (; i < argc; ++i) {
-    char url[1024];
-    if (!_to_lower_and_url_decode(argv[i], url, sizeof url, true)) {
-      result = CommandError(kExitFailure, std::string(argv[i]) + ": too long");
-      continue;
-    }
     policies policy = unknown_policy;
     std::string rule, identifier, expiry;
     int found_list = 0;
-    if (module.find_entry(url, policy, rule, identifier, expiry, found_list, false) == entry_not_found) {
+    if (module.find_entry(argv[i], policy, rule, identifier, expiry, found_list, false) == entry_not_found) {
       printf("%s\tno match\n", argv[i]);
     } else {
       printf("%s\t%s\t%s\tlist %d\n", argv[i], url_policy_section_name(policy), rule.c_str(), found_list);
     }
   }
-  return result;
+  return kExitOk;
 }
 
 }  // namespace
