@@ -15,7 +15,11 @@ std::string StartOwnServer() {
   static std::string state = "/tmp/bexo-pg-state-" + std::to_string(getpid());
   std::string output;
   if (RunCommand(std::string(BEXO_TEST_PG_SCRIPT) + " start " + state, &output) != 0) return "";
-  atexit([] { RunCommand(std::string(BEXO_TEST_PG_SCRIPT) + " stop " + state, nullptr); });
+  static const pid_t owner = getpid();
+  // Only the process that started it stops it, not a forked child leaving.
+  atexit([] {
+    if (getpid() == owner) RunCommand(std::string(BEXO_TEST_PG_SCRIPT) + " stop " + state, nullptr);
+  });
   return ReadFile(state);
 }
 
