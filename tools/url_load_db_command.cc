@@ -1,5 +1,6 @@
 // bexo url load-db: load one URL list of the policy database into a matcher,
 // print its size, and match URLs against it.
+#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -21,8 +22,8 @@ int Usage() { return CommandError(kExitUsage, kUsage); }
 
 bool ParseInt(const char* text, int& value) {
   char* end = nullptr;
-  const long parsed = strtol(text, &end, 10);
-  if (end == text || *end != '\0' || parsed < -2147483647L || parsed > 2147483647L) return false;
+  const long long parsed = strtoll(text, &end, 10);
+  if (end == text || *end != '\0' || parsed < INT32_MIN || parsed > INT32_MAX) return false;
   value = static_cast<int>(parsed);
   return true;
 }
