@@ -14,12 +14,18 @@ endfunction()
 
 # One test executable per *_test.cc; ctest runs each test case in its own
 # process so that process-wide state (the product root, static locks) starts fresh.
+# Files named *_pg_test.cc talk to PostgreSQL: they share one throw-away
+# server per ctest run (fixture "postgres", tests/CMakeLists.txt).
 function(bexo_add_test_file file)
   get_filename_component(name ${file} NAME_WE)
   add_executable(${name} ${file})
   target_link_libraries(${name} PRIVATE bexo_test_support)
+  set(extra)
+  if(name MATCHES "_pg_test$")
+    set(extra FIXTURES_REQUIRED postgres ENVIRONMENT BEXO_TEST_PG_STATE=${BEXO_TEST_PG_STATE})
+  endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
-                       PROPERTIES TIMEOUT 120)
+                       PROPERTIES TIMEOUT 120 ${extra})
 endfunction()
 
 function(bexo_add_unit_tests)

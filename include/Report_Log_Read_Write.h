@@ -19,6 +19,7 @@
 
 #include "BEXOScrubbedString.h"
 #include "LogQueue.h"
+#include "LoginAttributes.h"
 #include "bexo_export.h"
 #include "report_log_entries.h"
 
@@ -99,6 +100,22 @@ class BEXO_EXPORT Report_Log_Read_Write {
                   time_t when, const char* last);
   // Pushes and flushes the dashboard queue at once; 1 on success, else -1.
   int WriteAppArmDashboardLog(unsigned application_id, long long first, unsigned long long second);
+
+  // Report import (report_import.cc). ImportToDB loads one rolled file into
+  // the table its name selects through the psql client: 0 done, -2 when the
+  // client exits with status 2 (lost connection), -1 for any other failure,
+  // an unknown file name or an over-long command. The lines are streamed
+  // through a converter to the client's COPY text format (see
+  // copy_text_converter.h); `rows`, when given, receives the row count.
+  // The caller holds the file family's lock (GetReportFileMutex).
+  static int ImportToDB(const char* file, LoginAttributes& login, long long* rows = nullptr);
+  // 0 when the test query runs, else -1.
+  static int CheckDBConnection(LoginAttributes& login);
+  // Runs a command line without a shell (see process_spawn.h): its exit
+  // status, or -1.
+  static int Execute(const char* command);
+  // The table a report file's name selects, or null.
+  static const char* ImportTableFor(const char* file);
 
   // Field preparation, shared with the syslog sender.
   static const char* getUser(const char* text);   // "Unknown" when null or empty

@@ -39,6 +39,11 @@ class BEXO_EXPORT url_matching_module {
   bool deserialization(const char* opp_path, const char* user_path, bool translate,
                        bool clear_user);
 
+  // Loads one database list into the user-defined graph under its write
+  // lock: init, then deserialize_db. False when init fails; database
+  // failures are thrown on (UxDbException).
+  bool deserialization(int list_id, int list_type, const char* sql_path, UxDbAgent& agent);
+
   // Read access for tools and tests.
   const double_linked_graph& opp_graph() const { return opp_graph_; }
   const double_linked_graph& user_graph() const { return user_graph_; }
