@@ -4,6 +4,8 @@
 
 #include <cstring>
 
+#include "wall_clock.h"
+
 namespace {
 
 bool IsLeap(int year) { return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0; }
@@ -56,7 +58,7 @@ void ux_Time::Assign(int year, int month, int day, int hour, int minute, int sec
   second_ = second;
 }
 
-void ux_Time::get_current_time() { set_from_time_t(time(nullptr)); }
+void ux_Time::get_current_time() { set_from_time_t(bexo::WallClockNow().tv_sec); }
 
 void ux_Time::set_from_time_t(time_t value) {
   struct tm local;
