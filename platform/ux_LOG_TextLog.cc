@@ -62,8 +62,9 @@ ux_LOG_TextLog::~ux_LOG_TextLog() {
   if (fd_ >= 0) close(fd_);
 }
 
+// Read access too: the check for a torn last line reads one byte back.
 bool ux_LOG_TextLog::Open() {
-  int fd = open(active_path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, mode_);
+  int fd = open(active_path_.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, mode_);
   if (fd < 0) return false;
   struct stat info;
   if (fstat(fd, &info) != 0) {
