@@ -3,7 +3,8 @@
 //
 //   DIR/NAME.log            the active file, appended to
 //   DIR/NAME.NNNNNNNNNN.log a rotated file; NNNNNNNNNN grows by one per rotation
-//   DIR/NAME.lock           the lock file of synchronisation level 2
+//   DIR/NAME.lock           the lock file of synchronisation level 2; it also
+//                           holds the number of the last rotation
 //
 // Thread safety: every function may be called from any thread.
 #pragma once

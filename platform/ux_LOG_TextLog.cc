@@ -1,14 +1,17 @@
 #include "ux_LOG_TextLog.h"
 
 #include <errno.h>
+#include <inttypes.h>
 #include <fcntl.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <vector>
 
+#include "UxLog.h"
 #include "ux_EXCEPTION_base.h"
 #include "ux_LOG_EntryJson.h"
 #include "ux_LOG_LogConfig.h"
@@ -35,6 +38,18 @@ class LockFileHold {
  private:
   BEXOFileMutex& lock_;
 };
+
+// rename(2) that refuses to replace an existing file.
+bool RenameNoReplace(const std::string& from, const std::string& to) {
+  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+  if (errno != EINVAL && errno != ENOSYS) return false;
+  // A file system without RENAME_NOREPLACE: only the lock holder rotates.
+  if (access(to.c_str(), F_OK) == 0) {
+    errno = EEXIST;
+    return false;
+  }
+  return rename(from.c_str(), to.c_str()) == 0;
+}
 
 void WriteAll(int fd, const char* data, size_t size, const std::string& path) {
   while (size > 0) {
@@ -121,12 +136,42 @@ void ux_LOG_TextLog::Append(const std::string& line) {
   end_written_ = size + static_cast<int64_t>(line.size());
 }
 
+// The number of the last rotation is kept in the lock file (whose holder is
+// the only one rotating), so a rotation does not list the directory; a
+// missing or stale number falls back to the listing.
 void ux_LOG_TextLog::Rotate() {
-  std::vector<ux_log_files::RotatedFile> rotated = ux_log_files::ListRotated(directory_, name_);
-  int64_t next = rotated.empty() ? 1 : rotated.back().sequence + 1;
-  std::string target = ux_log_files::RotatedPath(directory_, name_, next);
-  if (rename(active_path_.c_str(), target.c_str()) != 0) {
-    throw ux_EXCEPTION_base(Failure("cannot rotate", active_path_, errno));
+  const std::string lock_path = ux_log_files::LockPath(directory_, name_);
+  int lock_fd = open(lock_path.c_str(), O_RDWR | O_CLOEXEC);
+  int64_t next = -1;
+  if (lock_fd >= 0) {
+    char text[24] = {};
+    ssize_t got = pread(lock_fd, text, sizeof text - 1, 0);
+    char* end = nullptr;
+    long long last = got > 0 ? strtoll(text, &end, 10) : -1;
+    if (got > 0 && end != text && last >= 0) next = last + 1;
+  }
+  for (int attempt = 0;; ++attempt) {
+    if (next < 0 || attempt > 0) {
+      std::vector<ux_log_files::RotatedFile> rotated = ux_log_files::ListRotated(directory_, name_);
+      next = rotated.empty() ? 1 : rotated.back().sequence + 1;
+    }
+    std::string target = ux_log_files::RotatedPath(directory_, name_, next);
+    if (RenameNoReplace(active_path_, target)) break;
+    int error = errno;
+    if (error != EEXIST || attempt > 0) {
+      if (lock_fd >= 0) close(lock_fd);
+      throw ux_EXCEPTION_base(Failure("cannot rotate", active_path_, error));
+    }
+  }
+  if (lock_fd >= 0) {
+    // Fixed width, so a new number always covers the old one.
+    char text[32];
+    int length = snprintf(text, sizeof text, "%020" PRId64 "\n", next);
+    if (pwrite(lock_fd, text, static_cast<size_t>(length), 0) != length && UxLog::canLog(1)) {
+      UxLog::writeLog3(1, "ux_LOG_TextLog.cpp", __LINE__, "Rotate",
+                       UxLog::LogStr("WARNING: cannot keep the rotation number in %s", lock_path.c_str()));
+    }
+    close(lock_fd);
   }
   if (!Open()) throw ux_EXCEPTION_base(Failure("cannot open", active_path_, errno));
 }

@@ -12,6 +12,7 @@
 #include "temp_root.h"
 #include "ux_EXCEPTION_base.h"
 #include "ux_LOG_LogConfig.h"
+#include "ux_LOG_LogFiles.h"
 #include "ux_LOG_LogWriter.h"
 #include "ux_LOG_TextLogCursor.h"
 #include "ux_LOG_TextLogUtil.h"
@@ -109,6 +110,18 @@ TEST_F(TextLogTest, RotationRenamesTheActiveFileAndTheCursorReadsOldestFirst) {
   std::string expected = "[";
   for (int i = 0; i < 100; ++i) expected += std::to_string(i) + (i < 99 ? "," : "]\n");
   EXPECT_EQ(Jq("[(., inputs) | .attrs[0].value]", files), expected);
+
+  // The lock file keeps the last number; a stale or unreadable one falls
+  // back to the directory, so numbers still only grow.
+  const size_t rotated = ux_log_files::ListRotated(dir_, "t").size();
+  for (const char* saved : {"00000000000000000001\n", "junk"}) {
+    WriteFile(dir_ + "/t.lock", saved);
+    WriteNumbered(100, 120);
+  }
+  std::vector<ux_log_files::RotatedFile> now = ux_log_files::ListRotated(dir_, "t");
+  EXPECT_GE(now.size(), rotated + 2);
+  EXPECT_EQ(now.back().sequence, static_cast<int64_t>(now.size()));
+  EXPECT_EQ(Numbers(ReadLog(dir_, "t")).size(), 140u);
 }
 
 TEST_F(TextLogTest, CursorContinuesWithEntriesWrittenLaterAcrossRotations) {
