@@ -55,7 +55,7 @@ size_t DecodableLines(const std::string& content) {
   for (size_t end; (end = content.find('\n', start)) != std::string::npos; start = end + 1) {
     std::string line = content.substr(start, end - start);
     ux_LOG_LogEntry entry;
-    if (!line.empty() && line.size() <= kMaxEntryBytes && ux_LOG_DecodeEntry(&line[0], &entry)) {
+    if (!line.empty() && line.size() <= kMaxEntryBytes && ux_LOG_DecodeEntry(line.data(), line.size(), &entry)) {
       ++count;
     }
   }
@@ -93,7 +93,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     ux_LOG_EncodeEntry(entry, &once);
     std::string copy = once.substr(0, once.size() - 1);
     ux_LOG_LogEntry again;
-    Check(ux_LOG_DecodeEntry(&copy[0], &again), "re-encoded entry decodes");
+    Check(ux_LOG_DecodeEntry(copy.data(), copy.size(), &again), "re-encoded entry decodes");
     ux_LOG_EncodeEntry(again, &twice);
     Check(once == twice, "encode-decode-encode");
   }

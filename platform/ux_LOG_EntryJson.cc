@@ -5,11 +5,13 @@
 #include <string.h>
 #include <time.h>
 
-#include <rapidjson/document.h>
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
+#include <limits>
+
+#include <nlohmann/json.hpp>
 
 namespace {
+
+using Json = nlohmann::json;
 
 constexpr const char* kTypeNames[] = {"string", "u8", "u32", "s32"};
 
@@ -74,117 +76,120 @@ bool ParseTime(const char* text, size_t length, struct timespec* moment, int32_t
   return true;
 }
 
-bool ReadUint(const rapidjson::Value& object, const char* key, unsigned int* value) {
-  auto member = object.FindMember(key);
-  if (member == object.MemberEnd() || !member->value.IsUint()) return false;
-  *value = member->value.GetUint();
+// A string as a JSON string literal, escaped by the library.
+void AppendString(std::string& line, const std::string& text) {
+  line += Json(text).dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+bool ReadUint32(const Json& object, const char* key, unsigned int* value) {
+  auto member = object.find(key);
+  if (member == object.end() || !member->is_number_unsigned() ||
+      member->get<uint64_t>() > std::numeric_limits<uint32_t>::max()) {
+    return false;
+  }
+  *value = static_cast<unsigned int>(member->get<uint64_t>());
   return true;
 }
 
-bool ReadAttrib(const rapidjson::Value& attrib, ux_LOG_LogEntry* entry) {
-  if (!attrib.IsObject()) return false;
-  auto name = attrib.FindMember("name");
-  auto type = attrib.FindMember("type");
-  auto value = attrib.FindMember("value");
-  if (name == attrib.MemberEnd() || !name->value.IsString() || name->value.GetStringLength() == 0 ||
-      type == attrib.MemberEnd() || !type->value.IsString() || value == attrib.MemberEnd()) {
+// Names and texts were C strings when written: an embedded NUL means damage.
+bool IsCString(const Json& value) {
+  const std::string& text = value.get_ref<const std::string&>();
+  return text.find('\0') == std::string::npos;
+}
+
+bool ReadAttrib(const Json& attrib, ux_LOG_LogEntry* entry) {
+  if (!attrib.is_object()) return false;
+  auto name = attrib.find("name");
+  auto type = attrib.find("type");
+  auto value = attrib.find("value");
+  if (name == attrib.end() || !name->is_string() || name->get_ref<const std::string&>().empty() ||
+      !IsCString(*name) || type == attrib.end() || !type->is_string() || value == attrib.end()) {
     return false;
   }
-  // Names and texts were C strings when written: an embedded NUL means damage.
-  const char* key = name->value.GetString();
-  size_t key_length = name->value.GetStringLength();
-  if (strlen(key) != key_length) return false;
-  const char* type_name = type->value.GetString();
-  const rapidjson::Value& v = value->value;
-  if (strcmp(type_name, "string") == 0) {
-    if (!v.IsString() || strlen(v.GetString()) != v.GetStringLength()) return false;
-    entry->AddReadAttrib(key, key_length, ux_LOG_AttribType::kString, v.GetString(),
-                         v.GetStringLength(), 0);
-  } else if (strcmp(type_name, "u8") == 0) {
-    if (!v.IsUint() || v.GetUint() > 255) return false;
-    entry->AddReadAttrib(key, key_length, ux_LOG_AttribType::kU8, "", 0, v.GetUint());
-  } else if (strcmp(type_name, "u32") == 0) {
-    if (!v.IsUint()) return false;
-    entry->AddReadAttrib(key, key_length, ux_LOG_AttribType::kU32, "", 0, v.GetUint());
-  } else if (strcmp(type_name, "s32") == 0) {
-    if (!v.IsInt()) return false;
-    entry->AddReadAttrib(key, key_length, ux_LOG_AttribType::kS32, "", 0, v.GetInt());
+  const std::string& key = name->get_ref<const std::string&>();
+  const std::string& type_name = type->get_ref<const std::string&>();
+  if (type_name == "string") {
+    if (!value->is_string() || !IsCString(*value)) return false;
+    const std::string& text = value->get_ref<const std::string&>();
+    entry->AddReadAttrib(key.data(), key.size(), ux_LOG_AttribType::kString, text.data(),
+                         text.size(), 0);
+    return true;
+  }
+  int64_t number;
+  if (value->is_number_unsigned()) {
+    uint64_t unsigned_value = value->get<uint64_t>();
+    if (unsigned_value > std::numeric_limits<uint32_t>::max()) return false;
+    number = static_cast<int64_t>(unsigned_value);
+  } else if (value->is_number_integer()) {
+    number = value->get<int64_t>();
   } else {
     return false;
   }
+  ux_LOG_AttribType kind;
+  if (type_name == "u8" && number >= 0 && number <= 255) {
+    kind = ux_LOG_AttribType::kU8;
+  } else if (type_name == "u32" && number >= 0) {
+    kind = ux_LOG_AttribType::kU32;
+  } else if (type_name == "s32" && number >= std::numeric_limits<int32_t>::min() &&
+             number <= std::numeric_limits<int32_t>::max()) {
+    kind = ux_LOG_AttribType::kS32;
+  } else {
+    return false;
+  }
+  entry->AddReadAttrib(key.data(), key.size(), kind, "", 0, number);
   return true;
 }
 
 }  // namespace
 
 void ux_LOG_EncodeEntry(const ux_LOG_LogEntry& entry, std::string* line) {
-  thread_local rapidjson::StringBuffer buffer;
-  buffer.Clear();
-  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
   char time_text[96];
   FormatTime(entry, time_text);
-  writer.StartObject();
-  writer.Key("time");
-  writer.String(time_text);
-  writer.Key("kind");
-  writer.Uint(entry.GetKind());
-  writer.Key("id");
-  writer.Uint(entry.GetEntryID());
-  writer.Key("level");
-  writer.Uint(entry.GetLogLevel());
-  writer.Key("attrs");
-  writer.StartArray();
+  std::string& out = *line;
+  out.clear();
+  out += "{\"time\":\"";
+  out += time_text;
+  out += "\",\"kind\":" + std::to_string(entry.GetKind());
+  out += ",\"id\":" + std::to_string(entry.GetEntryID());
+  out += ",\"level\":" + std::to_string(entry.GetLogLevel());
+  out += ",\"attrs\":[";
+  bool first = true;
   for (const ux_LOG_Attrib& attrib : entry.GetAttribs()) {
-    writer.StartObject();
-    writer.Key("name");
-    writer.String(attrib.name.data(), static_cast<rapidjson::SizeType>(attrib.name.size()));
-    writer.Key("type");
-    writer.String(kTypeNames[static_cast<int>(attrib.type)]);
-    writer.Key("value");
-    switch (attrib.type) {
-      case ux_LOG_AttribType::kString:
-        writer.String(attrib.text.data(), static_cast<rapidjson::SizeType>(attrib.text.size()));
-        break;
-      case ux_LOG_AttribType::kS32:
-        writer.Int(static_cast<int>(attrib.number));
-        break;
-      default:
-        writer.Uint(static_cast<unsigned>(attrib.number));
-        break;
+    out += first ? "{\"name\":" : ",{\"name\":";
+    first = false;
+    AppendString(out, attrib.name);
+    out += ",\"type\":\"";
+    out += kTypeNames[static_cast<int>(attrib.type)];
+    out += "\",\"value\":";
+    if (attrib.type == ux_LOG_AttribType::kString) {
+      AppendString(out, attrib.text);
+    } else {
+      out += std::to_string(attrib.number);
     }
-    writer.EndObject();
+    out += '}';
   }
-  writer.EndArray();
-  writer.EndObject();
-  line->assign(buffer.GetString(), buffer.GetSize());
-  line->push_back('\n');
+  out += "]}\n";
 }
 
-bool ux_LOG_DecodeEntry(char* text, ux_LOG_LogEntry* entry) {
-  // Small lines parse out of a fixed arena; larger ones spill to the heap.
-  char arena[8192];
-  rapidjson::MemoryPoolAllocator<> allocator(arena, sizeof arena);
-  rapidjson::Document document(&allocator);
-  constexpr unsigned kFlags = rapidjson::kParseInsituFlag | rapidjson::kParseValidateEncodingFlag |
-                              rapidjson::kParseIterativeFlag;
-  document.ParseInsitu<kFlags>(text);
-  if (document.HasParseError() || !document.IsObject()) return false;
+bool ux_LOG_DecodeEntry(const char* text, size_t length, ux_LOG_LogEntry* entry) {
+  // No exceptions: a damaged line gives a discarded value.
+  Json document = Json::parse(text, text + length, nullptr, false);
+  if (!document.is_object()) return false;
   unsigned int kind, id, level;
-  if (!ReadUint(document, "kind", &kind) || !ReadUint(document, "id", &id) ||
-      !ReadUint(document, "level", &level)) {
+  if (!ReadUint32(document, "kind", &kind) || !ReadUint32(document, "id", &id) ||
+      !ReadUint32(document, "level", &level)) {
     return false;
   }
-  auto time = document.FindMember("time");
+  auto time = document.find("time");
   struct timespec moment;
   int32_t offset;
-  if (time == document.MemberEnd() || !time->value.IsString() ||
-      !ParseTime(time->value.GetString(), time->value.GetStringLength(), &moment, &offset)) {
-    return false;
-  }
-  auto attrs = document.FindMember("attrs");
-  if (attrs == document.MemberEnd() || !attrs->value.IsArray()) return false;
+  if (time == document.end() || !time->is_string()) return false;
+  const std::string& time_text = time->get_ref<const std::string&>();
+  if (!ParseTime(time_text.data(), time_text.size(), &moment, &offset)) return false;
+  auto attrs = document.find("attrs");
+  if (attrs == document.end() || !attrs->is_array()) return false;
   entry->Reset(kind, id, level, moment, offset);
-  for (const rapidjson::Value& attrib : attrs->value.GetArray()) {
+  for (const Json& attrib : *attrs) {
     if (!ReadAttrib(attrib, entry)) return false;
   }
   return true;

@@ -7,13 +7,17 @@
 // so that the order of attributes and repeated names survive any JSON tool;
 // "type" is one of "string", "u8", "u32", "s32", and a number's value fits it.
 //
-// JSON library: RapidJSON, for writing and reading. It is header-only, so the
-// x86-64 and the 32-bit x86 builds need no runtime package; its Writer
-// streams straight into a reused buffer (no document tree on the write path);
-// its reader parses in place, validates UTF-8 and, in iterative mode, never
-// recurses, so hostile nesting cannot exhaust the stack. simdjson reads
-// faster but would add a compiled library per target and has no writer in the
-// packaged version; nlohmann/json builds a tree for every line it writes.
+// JSON library: nlohmann/json. Every string of a line (names and texts) is
+// escaped by it, and every line read is parsed by it; the fixed frame around
+// the strings is put together directly, so writing builds no tree. Chosen
+// for robustness first: header-only (the x86-64 and 32-bit x86 builds need
+// no runtime package), a parser that does not recurse on nesting and rejects
+// invalid UTF-8, continuously fuzzed upstream and actively maintained. The
+// packaged RapidJSON (1.1.0, from 2016) is faster but its stacks do pointer
+// arithmetic on null that UBSan reports, which the fuzzing of this reader
+// under UBSan cannot accept; simdjson parses faster still but is a compiled
+// library per target and has no writer in the packaged version. Per line the
+// cost is a few microseconds either way, next to the lock and write(2).
 //
 // Thread safety: both functions may be called from any thread.
 #pragma once
@@ -28,7 +32,6 @@
 // Replaces `line` with the entry's JSON text and a line feed.
 BEXO_EXPORT void ux_LOG_EncodeEntry(const ux_LOG_LogEntry& entry, std::string* line);
 
-// Reads one line into `entry`: `text` holds the line without its line feed
-// and must be NUL-terminated; it is parsed in place, so it is overwritten.
-// False when the text is not a well-formed entry (`entry` is then unspecified).
-BEXO_EXPORT bool ux_LOG_DecodeEntry(char* text, ux_LOG_LogEntry* entry);
+// Reads one line (`length` bytes, without its line feed) into `entry`. False
+// when the text is not a well-formed entry (`entry` is then unspecified).
+BEXO_EXPORT bool ux_LOG_DecodeEntry(const char* text, size_t length, ux_LOG_LogEntry* entry);

@@ -144,8 +144,6 @@ bool ux_LOG_TextLogCursor::Next(ux_LOG_LogEntry& entry) {
         static_cast<const char*>(memchr(start + scanned_, '\n', pending - scanned_));
     if (newline != nullptr) {
       size_t length = static_cast<size_t>(newline - start);
-      char* line = &buffer_[begin_];
-      line[length] = '\0';
       begin_ += length + 1;
       scanned_ = 0;
       if (discarding_) {
@@ -153,7 +151,7 @@ bool ux_LOG_TextLogCursor::Next(ux_LOG_LogEntry& entry) {
         continue;
       }
       if (length == 0) continue;
-      if (length <= max_entry_bytes_ && ux_LOG_DecodeEntry(line, &entry)) return true;
+      if (length <= max_entry_bytes_ && ux_LOG_DecodeEntry(start, length, &entry)) return true;
       Damaged(length > max_entry_bytes_ ? "an over-long line" : "a damaged line");
       continue;
     }
