@@ -33,5 +33,5 @@
 BEXO_EXPORT void ux_LOG_EncodeEntry(const ux_LOG_LogEntry& entry, std::string* line);
 
 // Reads one line (`length` bytes, without its line feed) into `entry`. False
-// when the text is not a well-formed entry (`entry` is then unspecified).
+// when the text is not a well-formed entry (`entry` is then partly filled).
 BEXO_EXPORT bool ux_LOG_DecodeEntry(const char* text, size_t length, ux_LOG_LogEntry* entry);
