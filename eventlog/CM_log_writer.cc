@@ -48,6 +48,26 @@ void OptionalText(ux_LOG_LogEntry& entry, const char* name, const char* text) {
   if (text != nullptr) entry.AddAttribMBStr(name, text);
 }
 
+// Lets `fill` add the entry's attributes (after the two date texts when
+// `dated`) and writes the entry. A platform exception while building prints
+// its message and drops the entry; so does a clock getDateTime refuses.
+template <typename Fill>
+void Record(CM_log_writer& writer, ux_LOG_LogEntry& entry, bool dated, Fill fill) {
+  Dates dates;
+  if (dated && !dates.Read()) return;
+  try {
+    if (dated) {
+      entry.AddAttribMBStr("local_datetime", dates.local);
+      entry.AddAttribMBStr("UTC_datetime", dates.utc);
+    }
+    fill();
+  } catch (const ux_EXCEPTION_base& e) {
+    printf("%s \n", e.get_message());
+    return;
+  }
+  writer.WriteEntry(&entry);
+}
+
 }  // namespace
 
 CM_log_writer::CM_log_writer(const char* definitionPath, const char* logDirectory,
@@ -131,7 +151,7 @@ void CM_log_writer::write_virus_log(const char* virusName, const char* filename,
                                     int secondActionResult) {
   if (!enabled_) return;
   ux_LOG_LogEntry entry(kVirusKind, kLevel);
-  try {
+  Record(*this, entry, false, [&] {
     entry.AddAttribMBStr("virus_name", virusName);
     entry.AddAttribMBStr("filename", filename);
     entry.AddAttribMBStr("download_source", downloadSource);
@@ -144,11 +164,7 @@ void CM_log_writer::write_virus_log(const char* virusName, const char* filename,
     U8(entry, "second_action_result", secondActionResult);
     if (majorType != nullptr && *majorType != '\0') entry.AddAttribMBStr("majortype", majorType);
     if (minorType != nullptr && *minorType != '\0') entry.AddAttribMBStr("minortype", minorType);
-  } catch (const ux_EXCEPTION_base& e) {
-    printf("%s \n", e.get_message());
-    return;
-  }
-  WriteEntry(&entry);
+  });
 }
 
 void CM_log_writer::write_url_blocking_log(const char* objectNameUrl, const char* clientIp,
@@ -157,7 +173,7 @@ void CM_log_writer::write_url_blocking_log(const char* objectNameUrl, const char
                                            const char* blockingRule, const char* oppId) {
   if (!enabled_) return;
   ux_LOG_LogEntry entry(kUrlBlockingKind, kLevel);
-  try {
+  Record(*this, entry, false, [&] {
     entry.AddAttribMBStr("object_name_url", objectNameUrl);
     entry.AddAttribMBStr("client_ip", clientIp);
     entry.AddAttribMBStr("login_user", loginUser);
@@ -166,11 +182,7 @@ void CM_log_writer::write_url_blocking_log(const char* objectNameUrl, const char
     U8(entry, "blocking_type", blockingType);
     entry.AddAttribMBStr("blocking_rule", blockingRule);
     entry.AddAttribMBStr("OPP_id", oppId);
-  } catch (const ux_EXCEPTION_base& e) {
-    printf("%s \n", e.get_message());
-    return;
-  }
-  WriteEntry(&entry);
+  });
 }
 
 void CM_log_writer::write_web_security_violation_log(
@@ -180,12 +192,8 @@ void CM_log_writer::write_web_security_violation_log(
     int reputationScore, const char* policyName, int action, int isRkdxDetection,
     int rkdxDetectionSource, int rkdxRiskLevel) {
   if (!enabled_) return;
-  Dates dates;
-  if (!dates.Read()) return;
   ux_LOG_LogEntry entry(kWebSecurityKind, kLevel);
-  try {
-    entry.AddAttribMBStr("local_datetime", dates.local);
-    entry.AddAttribMBStr("UTC_datetime", dates.utc);
+  Record(*this, entry, true, [&] {
     entry.AddAttribMBStr("full_path_url", fullPathUrl);
     entry.AddAttribMBStr("client_ip", clientIp);
     entry.AddAttribMBStr("login_user", loginUser);
@@ -204,11 +212,7 @@ void CM_log_writer::write_web_security_violation_log(
     U8(entry, "is_rkdx_detection", isRkdxDetection);
     OptionalU8(entry, "rkdx_detection_source", rkdxDetectionSource);
     OptionalU8(entry, "rkdx_risk_level", rkdxRiskLevel);
-  } catch (const ux_EXCEPTION_base& e) {
-    printf("%s \n", e.get_message());
-    return;
-  }
-  WriteEntry(&entry);
+  });
 }
 
 void CM_log_writer::write_dlp_log(const char* clientIp, const char* userName,
@@ -218,12 +222,8 @@ void CM_log_writer::write_dlp_log(const char* clientIp, const char* userName,
                                   const char* protocol, int actionFlag,
                                   const char* matchedContent) {
   if (!enabled_) return;
-  Dates dates;
-  if (!dates.Read()) return;
   ux_LOG_LogEntry entry(kDlpKind, kLevel);
-  try {
-    entry.AddAttribMBStr("local_datetime", dates.local);
-    entry.AddAttribMBStr("UTC_datetime", dates.utc);
+  Record(*this, entry, true, [&] {
     entry.AddAttribMBStr("client_ip", clientIp);
     entry.AddAttribMBStr("user_name", userName);
     entry.AddAttribMBStr("user_domain", userDomain);
@@ -236,18 +236,14 @@ void CM_log_writer::write_dlp_log(const char* clientIp, const char* userName,
     U8(entry, "blocking_type", http ? 5 : 6);
     U8(entry, "action", actionFlag == 1 ? 0 : 3);
     entry.AddAttribMBStr("matched_content", matchedContent);
-  } catch (const ux_EXCEPTION_base& e) {
-    printf("%s \n", e.get_message());
-    return;
-  }
-  WriteEntry(&entry);
+  });
 }
 
 void CM_log_writer::write_event_log(int entryId, const char* description, int componentCode,
                                     int reasonCode) {
   if (!enabled_) return;
   ux_LOG_LogEntry entry;
-  try {
+  Record(*this, entry, false, [&] {
     entry.SetEntryID(static_cast<unsigned int>(entryId));
     entry.SetLogLevel(5);
     if (description != nullptr) {
@@ -255,9 +251,5 @@ void CM_log_writer::write_event_log(int entryId, const char* description, int co
       entry.AddAttrib4u("COMPONENT_CODE", static_cast<uint32_t>(componentCode));
       entry.AddAttrib4("REASON_CODE", reasonCode);
     }
-  } catch (const ux_EXCEPTION_base& e) {
-    printf("%s \n", e.get_message());
-    return;
-  }
-  WriteEntry(&entry);
+  });
 }

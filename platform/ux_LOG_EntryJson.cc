@@ -9,6 +9,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "bexo_util.h"
+
 namespace {
 
 using Json = nlohmann::json;
@@ -32,17 +34,6 @@ void FormatTime(const ux_LOG_LogEntry& entry, char (&text)[96]) {
            static_cast<int>(magnitude / 3600), static_cast<int>(magnitude % 3600 / 60));
 }
 
-// Reads `count` digits; false on anything else.
-bool Digits(const char* text, int count, int* value) {
-  int result = 0;
-  for (int i = 0; i < count; ++i) {
-    if (text[i] < '0' || text[i] > '9') return false;
-    result = result * 10 + (text[i] - '0');
-  }
-  *value = result;
-  return true;
-}
-
 bool ParseTime(const char* text, size_t length, struct timespec* moment, int32_t* offset) {
   if (length != kTimeLength || text[4] != '-' || text[7] != '-' || text[10] != 'T' ||
       text[13] != ':' || text[16] != ':' || text[19] != '.' ||
@@ -50,10 +41,11 @@ bool ParseTime(const char* text, size_t length, struct timespec* moment, int32_t
     return false;
   }
   int year, month, day, hour, minute, second, micros, offset_hours, offset_minutes;
-  if (!Digits(text, 4, &year) || !Digits(text + 5, 2, &month) || !Digits(text + 8, 2, &day) ||
-      !Digits(text + 11, 2, &hour) || !Digits(text + 14, 2, &minute) ||
-      !Digits(text + 17, 2, &second) || !Digits(text + 20, 6, &micros) ||
-      !Digits(text + 27, 2, &offset_hours) || !Digits(text + 30, 2, &offset_minutes)) {
+  if (!ReadFixedDigits(text, 4, &year) || !ReadFixedDigits(text + 5, 2, &month) ||
+      !ReadFixedDigits(text + 8, 2, &day) || !ReadFixedDigits(text + 11, 2, &hour) ||
+      !ReadFixedDigits(text + 14, 2, &minute) || !ReadFixedDigits(text + 17, 2, &second) ||
+      !ReadFixedDigits(text + 20, 6, &micros) || !ReadFixedDigits(text + 27, 2, &offset_hours) ||
+      !ReadFixedDigits(text + 30, 2, &offset_minutes)) {
     return false;
   }
   if (year < 1 || offset_hours > 23 || offset_minutes > 59) return false;
