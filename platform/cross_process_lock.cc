@@ -150,7 +150,7 @@ int CrossProcessLock::LockWithin(int timeout_ms) {
     return -1;
   }
   // flock has no timed form: poll it, yielding first (holders keep the lock
-  // for microseconds), then sleeping longer up to a millisecond.
+  // for microseconds), then sleeping longer up to a fifth of a millisecond.
   long sleep_ns = 20000;
   for (int attempt = 0;; ++attempt) {
     if (flock(fd, LOCK_EX | LOCK_NB) == 0) return 0;
@@ -166,7 +166,7 @@ int CrossProcessLock::LockWithin(int timeout_ms) {
     }
     struct timespec pause = {0, sleep_ns};
     nanosleep(&pause, nullptr);
-    if (sleep_ns < 1000000L) sleep_ns *= 2;
+    if (sleep_ns < 200000L) sleep_ns *= 2;
   }
   pthread_mutex_unlock(&mutex_);
   errno = error;
