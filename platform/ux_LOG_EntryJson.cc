@@ -73,64 +73,172 @@ void AppendString(std::string& line, const std::string& text) {
   line += Json(text).dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-bool ReadUint32(const Json& object, const char* key, unsigned int* value) {
-  auto member = object.find(key);
-  if (member == object.end() || !member->is_number_unsigned() ||
-      member->get<uint64_t>() > std::numeric_limits<uint32_t>::max()) {
-    return false;
-  }
-  *value = static_cast<unsigned int>(member->get<uint64_t>());
-  return true;
-}
+// Reads one line's events straight into the entry, without building a
+// tree. Unknown keys are skipped whatever their value; a known key twice, a
+// value of the wrong kind or a missing part rejects the line.
+class EntryReader {
+ public:
+  explicit EntryReader(ux_LOG_LogEntry* entry) : entry_(entry) { entry_->ClearForRead(); }
 
-// Names and texts were C strings when written: an embedded NUL means damage.
-bool IsCString(const Json& value) {
-  const std::string& text = value.get_ref<const std::string&>();
-  return text.find('\0') == std::string::npos;
-}
-
-bool ReadAttrib(const Json& attrib, ux_LOG_LogEntry* entry) {
-  if (!attrib.is_object()) return false;
-  auto name = attrib.find("name");
-  auto type = attrib.find("type");
-  auto value = attrib.find("value");
-  if (name == attrib.end() || !name->is_string() || name->get_ref<const std::string&>().empty() ||
-      !IsCString(*name) || type == attrib.end() || !type->is_string() || value == attrib.end()) {
-    return false;
-  }
-  const std::string& key = name->get_ref<const std::string&>();
-  const std::string& type_name = type->get_ref<const std::string&>();
-  if (type_name == "string") {
-    if (!value->is_string() || !IsCString(*value)) return false;
-    const std::string& text = value->get_ref<const std::string&>();
-    entry->AddReadAttrib(key.data(), key.size(), ux_LOG_AttribType::kString, text.data(),
-                         text.size(), 0);
+  // After a successful parse: whether the line was a whole entry.
+  bool Finish() {
+    if (!done_ || seen_ != kAllTop) return false;
+    entry_->SetReadHeader(kind_, id_, level_, moment_, offset_);
     return true;
   }
-  int64_t number;
-  if (value->is_number_unsigned()) {
-    uint64_t unsigned_value = value->get<uint64_t>();
-    if (unsigned_value > std::numeric_limits<uint32_t>::max()) return false;
-    number = static_cast<int64_t>(unsigned_value);
-  } else if (value->is_number_integer()) {
-    number = value->get<int64_t>();
-  } else {
-    return false;
+
+  bool null() { return Scalar(Value::kOther); }
+  bool boolean(bool) { return Scalar(Value::kOther); }
+  bool number_float(double, const std::string&) { return Scalar(Value::kOther); }
+  bool binary(Json::binary_t&) { return false; }
+  bool number_unsigned(uint64_t value) {
+    number_ = static_cast<int64_t>(value > kMaxU32 ? kMaxU32 + 1 : value);
+    return Scalar(Value::kNumber);
   }
-  ux_LOG_AttribType kind;
-  if (type_name == "u8" && number >= 0 && number <= 255) {
-    kind = ux_LOG_AttribType::kU8;
-  } else if (type_name == "u32" && number >= 0) {
-    kind = ux_LOG_AttribType::kU32;
-  } else if (type_name == "s32" && number >= std::numeric_limits<int32_t>::min() &&
-             number <= std::numeric_limits<int32_t>::max()) {
-    kind = ux_LOG_AttribType::kS32;
-  } else {
-    return false;
+  bool number_integer(int64_t value) {
+    number_ = value;
+    return Scalar(Value::kNumber);
   }
-  entry->AddReadAttrib(key.data(), key.size(), kind, "", 0, number);
-  return true;
-}
+  bool string(std::string& value) {
+    text_.swap(value);
+    return Scalar(Value::kText);
+  }
+  bool key(std::string& name) {
+    if (skip_ > 0) return true;
+    key_.swap(name);
+    return true;
+  }
+  bool start_object(size_t) { return Open(true); }
+  bool start_array(size_t) { return Open(false); }
+  bool end_object() { return Close(); }
+  bool end_array() { return Close(); }
+  bool parse_error(size_t, const std::string&, const nlohmann::detail::exception&) { return false; }
+
+ private:
+  enum class Value { kText, kNumber, kOther };
+  static constexpr int64_t kMaxU32 = std::numeric_limits<uint32_t>::max();
+  enum : unsigned { kTime = 1, kKind = 2, kId = 4, kLevel = 8, kAttrs = 16, kAllTop = 31 };
+  enum : unsigned { kName = 1, kType = 2, kValue = 4 };
+
+  bool Mark(unsigned& seen, unsigned bit) {
+    if (seen & bit) return false;  // a known key twice
+    seen |= bit;
+    return true;
+  }
+
+  bool Scalar(Value value) {
+    if (skip_ > 0) return true;
+    if (depth_ == 1) {
+      if (key_ == "time") {
+        return Mark(seen_, kTime) && value == Value::kText &&
+               ParseTime(text_.data(), text_.size(), &moment_, &offset_);
+      }
+      unsigned* target = key_ == "kind" ? &kind_ : key_ == "id" ? &id_ : key_ == "level" ? &level_ : nullptr;
+      if (target == nullptr) return key_ != "attrs";  // other keys are not ours
+      unsigned bit = key_ == "kind" ? kKind : key_ == "id" ? kId : kLevel;
+      if (!Mark(seen_, bit) || value != Value::kNumber || number_ < 0 || number_ > kMaxU32) return false;
+      *target = static_cast<unsigned>(number_);
+      return true;
+    }
+    if (depth_ == 3) {
+      if (key_ == "name" || key_ == "type") {
+        if (!Mark(attrib_seen_, key_ == "name" ? kName : kType) || value != Value::kText) return false;
+        (key_ == "name" ? name_ : type_).swap(text_);
+        return true;
+      }
+      if (key_ == "value") {
+        if (!Mark(attrib_seen_, kValue) || value == Value::kOther) return false;
+        value_is_text_ = value == Value::kText;
+        if (value_is_text_) value_text_.swap(text_);
+        value_number_ = number_;
+        return true;
+      }
+      return true;
+    }
+    return false;  // a bare value, or one inside "attrs"
+  }
+
+  bool Open(bool object) {
+    if (skip_ > 0) {
+      ++skip_;
+      return true;
+    }
+    if (depth_ == 0) {
+      if (!object) return false;
+    } else if (depth_ == 1) {
+      if (key_ == "attrs") {
+        if (object || !Mark(seen_, kAttrs)) return false;
+      } else if (key_ == "time" || key_ == "kind" || key_ == "id" || key_ == "level") {
+        return false;
+      } else {
+        skip_ = 1;  // a value of a key that is not ours
+        return true;
+      }
+    } else if (depth_ == 2) {
+      if (!object) return false;
+      attrib_seen_ = 0;
+    } else {
+      if (key_ == "name" || key_ == "type" || key_ == "value") return false;
+      skip_ = 1;
+      return true;
+    }
+    ++depth_;
+    return true;
+  }
+
+  bool Close() {
+    if (skip_ > 0) {
+      --skip_;
+      return true;
+    }
+    if (depth_ == 3 && !AddAttrib()) return false;
+    if (--depth_ == 0) done_ = true;
+    return true;
+  }
+
+  // Names and texts were C strings when written: an embedded NUL means damage.
+  bool AddAttrib() {
+    if (attrib_seen_ != (kName | kType | kValue) || name_.empty() ||
+        name_.find('\0') != std::string::npos) {
+      return false;
+    }
+    if (type_ == "string") {
+      if (!value_is_text_ || value_text_.find('\0') != std::string::npos) return false;
+      entry_->AddReadAttrib(name_.data(), name_.size(), ux_LOG_AttribType::kString,
+                            value_text_.data(), value_text_.size(), 0);
+      return true;
+    }
+    if (value_is_text_) return false;
+    int64_t n = value_number_;
+    ux_LOG_AttribType type;
+    if (type_ == "u8" && n >= 0 && n <= 255) {
+      type = ux_LOG_AttribType::kU8;
+    } else if (type_ == "u32" && n >= 0 && n <= kMaxU32) {
+      type = ux_LOG_AttribType::kU32;
+    } else if (type_ == "s32" && n >= std::numeric_limits<int32_t>::min() &&
+               n <= std::numeric_limits<int32_t>::max()) {
+      type = ux_LOG_AttribType::kS32;
+    } else {
+      return false;
+    }
+    entry_->AddReadAttrib(name_.data(), name_.size(), type, "", 0, n);
+    return true;
+  }
+
+  ux_LOG_LogEntry* entry_;
+  int depth_ = 0;  // 1 in the entry, 2 in "attrs", 3 in an attribute
+  int skip_ = 0;   // nesting inside a value being skipped
+  bool done_ = false;
+  std::string key_, text_;
+  int64_t number_ = 0;
+  unsigned seen_ = 0, kind_ = 0, id_ = 0, level_ = 0;
+  struct timespec moment_ = {0, 0};
+  int32_t offset_ = 0;
+  unsigned attrib_seen_ = 0;
+  std::string name_, type_, value_text_;
+  bool value_is_text_ = false;
+  int64_t value_number_ = 0;
+};
 
 }  // namespace
 
@@ -164,25 +272,6 @@ void ux_LOG_EncodeEntry(const ux_LOG_LogEntry& entry, std::string* line) {
 }
 
 bool ux_LOG_DecodeEntry(const char* text, size_t length, ux_LOG_LogEntry* entry) {
-  // No exceptions: a damaged line gives a discarded value.
-  Json document = Json::parse(text, text + length, nullptr, false);
-  if (!document.is_object()) return false;
-  unsigned int kind, id, level;
-  if (!ReadUint32(document, "kind", &kind) || !ReadUint32(document, "id", &id) ||
-      !ReadUint32(document, "level", &level)) {
-    return false;
-  }
-  auto time = document.find("time");
-  struct timespec moment;
-  int32_t offset;
-  if (time == document.end() || !time->is_string()) return false;
-  const std::string& time_text = time->get_ref<const std::string&>();
-  if (!ParseTime(time_text.data(), time_text.size(), &moment, &offset)) return false;
-  auto attrs = document.find("attrs");
-  if (attrs == document.end() || !attrs->is_array()) return false;
-  entry->Reset(kind, id, level, moment, offset);
-  for (const Json& attrib : *attrs) {
-    if (!ReadAttrib(attrib, entry)) return false;
-  }
-  return true;
+  EntryReader reader(entry);
+  return Json::sax_parse(text, text + length, &reader) && reader.Finish();
 }

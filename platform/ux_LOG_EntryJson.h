@@ -8,8 +8,9 @@
 // "type" is one of "string", "u8", "u32", "s32", and a number's value fits it.
 //
 // JSON library: nlohmann/json. Every string of a line (names and texts) is
-// escaped by it, and every line read is parsed by it; the fixed frame around
-// the strings is put together directly, so writing builds no tree. Chosen
+// escaped by it and the fixed frame around the strings is put together
+// directly; every line read goes through its event (SAX) parser straight
+// into the entry. Neither side builds a tree per line. Chosen
 // for robustness first: header-only (the x86-64 and 32-bit x86 builds need
 // no runtime package), a parser that does not recurse on nesting and rejects
 // invalid UTF-8, continuously fuzzed upstream and actively maintained. The

@@ -86,14 +86,18 @@ const ux_LOG_Attrib* ux_LOG_LogEntry::FindAttrib(const char* name) const {
   return nullptr;
 }
 
-void ux_LOG_LogEntry::Reset(unsigned int kind, unsigned int id, unsigned int level,
-                            const struct timespec& time, int32_t utc_offset) {
+void ux_LOG_LogEntry::ClearForRead() {
+  kind_ = id_ = level_ = 0;
+  attribs_.clear();
+}
+
+void ux_LOG_LogEntry::SetReadHeader(unsigned int kind, unsigned int id, unsigned int level,
+                                    const struct timespec& time, int32_t utc_offset) {
   kind_ = kind;
   id_ = id;
   level_ = level;
   time_ = time;
   utc_offset_ = utc_offset;
-  attribs_.clear();
 }
 
 void ux_LOG_LogEntry::AddReadAttrib(const char* name, size_t name_length, ux_LOG_AttribType type,

@@ -57,8 +57,9 @@ class BEXO_EXPORT ux_LOG_LogEntry {
   const ux_LOG_Attrib* FindAttrib(const char* name) const;
 
   // For the reader: an entry as read back from a log, taken as is.
-  void Reset(unsigned int kind, unsigned int id, unsigned int level, const struct timespec& time,
-             int32_t utc_offset);
+  void ClearForRead();
+  void SetReadHeader(unsigned int kind, unsigned int id, unsigned int level,
+                     const struct timespec& time, int32_t utc_offset);
   void AddReadAttrib(const char* name, size_t name_length, ux_LOG_AttribType type,
                      const char* text, size_t text_length, int64_t number);
 
