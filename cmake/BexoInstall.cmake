@@ -12,7 +12,7 @@ install(TARGETS bexoplatform bexocommon EXPORT bexocommonTargets
 install(TARGETS bexo RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 file(GLOB platform_headers ${PROJECT_SOURCE_DIR}/platform/*.h)
-list(FILTER platform_headers EXCLUDE REGEX "cross_process_lock\\.h$")  # internal
+list(FILTER platform_headers EXCLUDE REGEX "(cross_process_lock|ux_LOG_LogFiles)\\.h$")  # internal
 install(FILES ${platform_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/bexo)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/bexo)
 

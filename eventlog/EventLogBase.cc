@@ -19,6 +19,7 @@
 #include <optional>
 
 #include "MemoryLogBuffer.h"
+#include "ScopedUmask.h"
 #include "UxLog.h"
 #include "bexo_util.h"
 #include "eventlog/eventlog_util.h"
@@ -36,18 +37,6 @@ constexpr char kDefaultLanguage[] = "en";
 const char* LanguageOrDefault(const char* language) {
   return language != nullptr && *language != '\0' ? language : kDefaultLanguage;
 }
-
-// Sets the umask for the output files and restores the caller's on exit.
-class ScopedUmask {
- public:
-  explicit ScopedUmask(mode_t mask) : saved_(umask(mask)) {}
-  ~ScopedUmask() { umask(saved_); }
-  ScopedUmask(const ScopedUmask&) = delete;
-  ScopedUmask& operator=(const ScopedUmask&) = delete;
-
- private:
-  mode_t saved_;
-};
 
 // Both locks of a log, in-process first; says which one could not be taken.
 class BothLocks {

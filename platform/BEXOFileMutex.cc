@@ -9,6 +9,8 @@ BEXOFileMutex::~BEXOFileMutex() = default;
 
 int BEXOFileMutex::lock() { return impl_->lock(); }
 
+int BEXOFileMutex::lockWithin(int timeout_ms) { return impl_->LockWithin(timeout_ms); }
+
 int BEXOFileMutex::unlock() { return impl_->unlock(); }
 
 const char* BEXOFileMutex::path() const { return impl_->path().c_str(); }

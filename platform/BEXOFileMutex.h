@@ -21,6 +21,8 @@ class BEXO_EXPORT BEXOFileMutex : public BEXOLockable {
 
   int lock() override;
   int unlock() override;
+  // lock() bounded in time: -1 with errno ETIMEDOUT after about `timeout_ms`.
+  int lockWithin(int timeout_ms);
   const char* path() const;
 
  private:

@@ -88,3 +88,13 @@ void GetTZOffset(char* buffer, int size) {
   std::string zone = CommonSetting("TimeZone");
   if (zone.size() < static_cast<size_t>(size)) memcpy(buffer, zone.c_str(), zone.size() + 1);
 }
+
+bool ReadFixedDigits(const char* text, int count, int* out) {
+  int value = 0;
+  for (int i = 0; i < count; ++i) {
+    if (text[i] < '0' || text[i] > '9') return false;
+    value = value * 10 + (text[i] - '0');
+  }
+  *out = value;
+  return true;
+}

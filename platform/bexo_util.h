@@ -32,3 +32,7 @@ BEXO_EXPORT int ReadableFileError(const char* path);
 // "/etc/kvelo/morvane.ini"; the buffer is left empty when none is set (the
 // system default applies) or when the name does not fit.
 BEXO_EXPORT void GetTZOffset(char* buffer, int size);
+
+// Reads exactly `count` decimal digits of `text` into `out`; false when any
+// of them is not a digit. (For the platform's fixed-width date texts.)
+bool ReadFixedDigits(const char* text, int count, int* out);

@@ -2,7 +2,9 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/file.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <mutex>
@@ -108,4 +110,65 @@ int CrossProcessLock::unlock() {
   int rc = flock(fd_, LOCK_UN);
   pthread_mutex_unlock(&mutex_);
   return rc == 0 ? 0 : -1;
+}
+
+namespace {
+
+struct timespec DeadlineAfter(int timeout_ms) {
+  struct timespec deadline;
+  clock_gettime(CLOCK_REALTIME, &deadline);
+  deadline.tv_sec += timeout_ms / 1000;
+  deadline.tv_nsec += static_cast<long>(timeout_ms % 1000) * 1000000L;
+  if (deadline.tv_nsec >= 1000000000L) {
+    deadline.tv_sec += 1;
+    deadline.tv_nsec -= 1000000000L;
+  }
+  return deadline;
+}
+
+bool Passed(const struct timespec& deadline) {
+  struct timespec now;
+  clock_gettime(CLOCK_REALTIME, &now);
+  return now.tv_sec > deadline.tv_sec ||
+         (now.tv_sec == deadline.tv_sec && now.tv_nsec >= deadline.tv_nsec);
+}
+
+}  // namespace
+
+int CrossProcessLock::LockWithin(int timeout_ms) {
+  const struct timespec deadline = DeadlineAfter(timeout_ms < 0 ? 0 : timeout_ms);
+  int error = pthread_mutex_timedlock(&mutex_, &deadline);
+  if (error != 0) {
+    errno = error;
+    return -1;
+  }
+  int fd = FileForThisProcess();
+  if (fd < 0) {
+    error = errno;
+    pthread_mutex_unlock(&mutex_);
+    errno = error;
+    return -1;
+  }
+  // flock has no timed form: poll it, yielding first (holders keep the lock
+  // for microseconds), then sleeping longer up to a fifth of a millisecond.
+  long sleep_ns = 20000;
+  for (int attempt = 0;; ++attempt) {
+    if (flock(fd, LOCK_EX | LOCK_NB) == 0) return 0;
+    error = errno;
+    if (error != EWOULDBLOCK && error != EINTR) break;
+    if (Passed(deadline)) {
+      error = ETIMEDOUT;
+      break;
+    }
+    if (attempt < 16) {
+      sched_yield();
+      continue;
+    }
+    struct timespec pause = {0, sleep_ns};
+    nanosleep(&pause, nullptr);
+    if (sleep_ns < 200000L) sleep_ns *= 2;
+  }
+  pthread_mutex_unlock(&mutex_);
+  errno = error;
+  return -1;
 }

@@ -28,6 +28,9 @@ class CrossProcessLock {
   CrossProcessLock& operator=(const CrossProcessLock&) = delete;
 
   int lock();  // 0 when held, -1 when the lock file could not be opened or locked
+  // As lock, but gives up after about `timeout_ms` milliseconds: -1 with
+  // errno ETIMEDOUT when another thread or process held it all that time.
+  int LockWithin(int timeout_ms);
   int unlock();
   const std::string& path() const { return path_; }
 

@@ -4,6 +4,9 @@
 
 #include <cstring>
 
+#include "bexo_util.h"
+#include "wall_clock.h"
+
 namespace {
 
 bool IsLeap(int year) { return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0; }
@@ -21,17 +24,6 @@ long DaysFromCivil(int year, int month, int day) {
   const long doy = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
   const long doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
   return era * 146097 + doe - 719468;
-}
-
-// Reads exactly `count` decimal digits.
-bool ReadDigits(const char* text, int count, int* out) {
-  int value = 0;
-  for (int i = 0; i < count; ++i) {
-    if (text[i] < '0' || text[i] > '9') return false;
-    value = value * 10 + (text[i] - '0');
-  }
-  *out = value;
-  return true;
 }
 
 }  // namespace
@@ -56,7 +48,7 @@ void ux_Time::Assign(int year, int month, int day, int hour, int minute, int sec
   second_ = second;
 }
 
-void ux_Time::get_current_time() { set_from_time_t(time(nullptr)); }
+void ux_Time::get_current_time() { set_from_time_t(bexo::WallClockNow().tv_sec); }
 
 void ux_Time::set_from_time_t(time_t value) {
   struct tm local;
@@ -93,11 +85,11 @@ std::string ux_Time::to_string() const {
 
 void ux_Time::set_to_string_value(const char* text) {
   int year, month, day, hour, minute, second;
-  if (text == nullptr || strlen(text) != kTextSize - 1 || !ReadDigits(text, 4, &year) ||
-      text[4] != '/' || !ReadDigits(text + 5, 2, &month) || text[7] != '/' ||
-      !ReadDigits(text + 8, 2, &day) || text[10] != ' ' || !ReadDigits(text + 11, 2, &hour) ||
-      text[13] != ':' || !ReadDigits(text + 14, 2, &minute) || text[16] != ':' ||
-      !ReadDigits(text + 17, 2, &second)) {
+  if (text == nullptr || strlen(text) != kTextSize - 1 || !ReadFixedDigits(text, 4, &year) ||
+      text[4] != '/' || !ReadFixedDigits(text + 5, 2, &month) || text[7] != '/' ||
+      !ReadFixedDigits(text + 8, 2, &day) || text[10] != ' ' || !ReadFixedDigits(text + 11, 2, &hour) ||
+      text[13] != ':' || !ReadFixedDigits(text + 14, 2, &minute) || text[16] != ':' ||
+      !ReadFixedDigits(text + 17, 2, &second)) {
     throw UXX_illegal_argument(std::string("ux_Time: not a time: ") + (text ? text : "(null)"));
   }
   Assign(year, month, day, hour, minute, second);

@@ -26,7 +26,7 @@ class BEXO_EXPORT ux_Time {
   ux_Time();  // 1970/01/01 00:00:00
   ux_Time(int year, int month, int day, int hour = 0, int minute = 0, int second = 0);
 
-  void get_current_time();
+  void get_current_time();  // now, from bexo::WallClockNow (tests may move it)
   void set_from_time_t(time_t value);
   time_t get_time_t() const;
 
