@@ -41,9 +41,8 @@ class ReportImportTest : public bexo_test::PostgresTest {
   // Rows of `table` as psql prints them, NULL as "".
   std::vector<std::vector<std::string>> Rows(const std::string& table) {
     std::string output;
-    EXPECT_EQ(0, RunCommand("/usr/lib/postgresql/15/bin/psql -X -At -F \"$(printf '\\037')\" -R \"$(printf '\\036')\" -h " +
-                                bexo_test::PostgresSocketDir() + " -U postgres -d " + database() +
-                                " -c 'SELECT * FROM " + table + "'",
+    EXPECT_EQ(0, RunCommand(bexo_test::PsqlCommand(database()) + " -At -F \"$(printf '\\037')\"" +
+                                " -R \"$(printf '\\036')\" -c 'SELECT * FROM " + table + "'",
                             &output));
     std::vector<std::vector<std::string>> rows;
     if (!output.empty() && output.back() == '\n') output.pop_back();

@@ -19,6 +19,10 @@ std::string ShellQuote(const std::string& text);
 // The server's socket directory ("" when no server could be started).
 const std::string& PostgresSocketDir();
 
+// psql connected as postgres to `database` of the test server, without
+// reading ~/.psqlrc; append options and arguments.
+std::string PsqlCommand(const std::string& database);
+
 class PostgresTest : public TempRootTest {
  protected:
   void SetUp() override;
