@@ -33,19 +33,6 @@ void JoinPath(const char* dir, const char* name, char* out, size_t size) {
   }
 }
 
-// `text` in single quotes for the shell.
-std::string ShellQuote(const char* text) {
-  std::string quoted = "'";
-  for (const char* p = text; *p; ++p) {
-    if (*p == '\'') {
-      quoted += "'\\''";
-    } else {
-      quoted += *p;
-    }
-  }
-  return quoted + "'";
-}
-
 void SplitBody(const char* text, std::list<std::string>& body) {
   const char* piece = text;
   for (const char* lf; (lf = strchr(piece, '\n')) != nullptr; piece = lf + 1) body.emplace_back(piece, lf);
@@ -69,7 +56,7 @@ bool file_exists(const char* dir, char* name) {
 }
 
 int check_corefile_existence(char* dir) {
-  std::string command = "ls -F " + ShellQuote(dir) + " 2>/dev/null | grep -E -e '" + kCorePrefix +
+  std::string command = "ls -F " + bexo::ShellQuote(dir) + " 2>/dev/null | grep -E -e '" + kCorePrefix +
                         "|bexotrace' > /dev/null";
   return bexo::RunShellInheritingDescriptors(command.c_str()) == 0 ? 0 : -1;
 }

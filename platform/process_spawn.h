@@ -69,6 +69,9 @@ BEXO_EXPORT int RunShellClosingDescriptors(const char* command);
 // Returns its status word.
 BEXO_EXPORT int RunShellInheritingDescriptors(const char* command);
 
+// `text` as one single-quoted word for "/bin/sh" (a quote becomes '\'').
+BEXO_EXPORT std::string ShellQuote(const std::string& text);
+
 // Forks a child that runs `body` with every descriptor from 3 up marked
 // close-on-exec (usable by `body`, but not by a program it executes), then
 // ends with _exit(0), skipping the parent's exit handlers. Buffered stdio

@@ -56,6 +56,18 @@ int RunShellClosingDescriptors(const char* command) {
   return child_process::WaitForStatus(pid, &status) ? status : -1;
 }
 
+std::string ShellQuote(const std::string& text) {
+  std::string quoted = "'";
+  for (char c : text) {
+    if (c == '\'') {
+      quoted += "'\\''";
+    } else {
+      quoted += c;
+    }
+  }
+  return quoted + "'";
+}
+
 int RunShellInheritingDescriptors(const char* command) {
   fflush(stdout);
   fflush(stderr);

@@ -20,7 +20,7 @@ namespace {
 
 using bexo_test::ReadFile;
 using bexo_test::RunCommand;
-using bexo_test::ShellQuote;
+using bexo::ShellQuote;
 using bexo_test::SplitFields;
 using bexo_test::SplitLines;
 using bexo_test::WriteFile;

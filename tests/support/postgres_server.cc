@@ -30,12 +30,6 @@ std::string Trimmed(std::string text) {
 
 }  // namespace
 
-std::string ShellQuote(const std::string& text) {
-  std::string quoted = "'";
-  for (char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return quoted + "'";
-}
-
 const std::string& PostgresSocketDir() {
   static const std::string dir = [] {
     const char* state = getenv("BEXO_TEST_PG_STATE");
@@ -74,7 +68,7 @@ void PostgresTest::TearDown() {
 
 std::string PostgresTest::Sql(const std::string& sql) {
   std::string output;
-  EXPECT_EQ(RunCommand(PsqlCommand(database_) + " -q -At -v ON_ERROR_STOP=1 -c " + ShellQuote(sql), &output), 0)
+  EXPECT_EQ(RunCommand(PsqlCommand(database_) + " -q -At -v ON_ERROR_STOP=1 -c " + bexo::ShellQuote(sql), &output), 0)
       << sql;
   return output;
 }
