@@ -7,6 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "process_spawn.h"
 
 namespace bexo {
@@ -16,8 +18,9 @@ namespace {
 void CloseRange(unsigned first, unsigned last, bool on_exec_only, long limit) {
   if (first > last) return;
   if (close_range(first, last, on_exec_only ? CLOSE_RANGE_CLOEXEC : 0) == 0) return;
-  const long end = static_cast<long>(last) < limit ? static_cast<long>(last) + 1 : limit;
-  for (long fd = first; fd < end; ++fd) {
+  // long long: `last` may be ~0U, which a 32-bit long cannot hold.
+  const long long end = std::min(static_cast<long long>(last) + 1, static_cast<long long>(limit));
+  for (long long fd = first; fd < end; ++fd) {
     if (on_exec_only) {
       fcntl(static_cast<int>(fd), F_SETFD, FD_CLOEXEC);
     } else {
