@@ -89,16 +89,13 @@ TEST_F(ProtocolMappingTest, HomeFromBexoHomeAndMissingFile) {
   EXPECT_EQ(mapping.GetCategoryName(25), "Mail");
 }
 
-TEST(ProtocolMappingStatics, UnclassifiedFoldingAndActionLabels) {
+TEST(ProtocolMappingStatics, UnclassifiedFolding) {
   for (unsigned int id : {3u, 5u, 6u, 42u, 203u, 205u, 216u}) {
     EXPECT_EQ(ProtocolMapping::TransformProtocolID(id), 4u);
   }
   for (unsigned int id : {0u, 4u, 7u, 43u, 204u, 3199u, 5000u}) {
     EXPECT_EQ(ProtocolMapping::TransformProtocolID(id), id);
   }
-  EXPECT_EQ(ProtocolMapping::GetUnclassifiedID(), 4u);
-  EXPECT_STREQ(BEXO::AppControl::kActionLabels[0], "Block Active");
-  EXPECT_STREQ(BEXO::AppControl::kActionLabels[9], "Block Send Mail");
 }
 
 }  // namespace

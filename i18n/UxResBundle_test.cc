@@ -62,19 +62,6 @@ TEST_F(UxResBundleTest, LocaleFallbackAndMissingPieces) {
   EXPECT_FALSE(unopened.getUTF8String("nod_CoreDumpPackageMail", "tok_subject", output));
 }
 
-TEST_F(UxResBundleTest, NodeStaysOpenAfterSuccessForTheNextKey) {
-  UxResBundle bundle(Bundle("daemon").c_str(), "ja");
-  UResourceBundle* node = bundle.getNodeResBundle("nod_CoreDumpPackageMail");
-  ASSERT_NE(node, nullptr);
-  char body[UxResBundle::kUTF8OutputSize];
-  char subject[UxResBundle::kUTF8OutputSize];
-  ASSERT_TRUE(bundle.getUTF8String(node, "tok_body", body));
-  ASSERT_TRUE(bundle.getUTF8String(node, "tok_subject", subject));
-  ures_close(node);
-  EXPECT_STREQ(subject, kJaSubject);
-  EXPECT_EQ(std::string(body).find("ゲートウェイのデーモンが異常終了し、再起動されました。\n"), 0u);
-}
-
 TEST_F(UxResBundleTest, LongTextsAreCutAt2047BytesOnACharacterBoundary) {
   UxResBundle bundle(Bundle("limits").c_str(), nullptr);
   char output[UxResBundle::kUTF8OutputSize + 1];

@@ -2,12 +2,10 @@
 #include "PackageCoreDump.h"
 
 #include <limits.h>
-#include <linux/close_range.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <string>
 
@@ -15,6 +13,7 @@
 #include "UxResBundle.h"
 #include "bexo_util.h"
 #include "mailqueue.h"
+#include "process_spawn.h"
 #include "product_path.h"
 
 namespace {
@@ -32,19 +31,6 @@ void JoinPath(const char* dir, const char* name, char* out, size_t size) {
   } else {
     bexo_snprintf(out, size, "%s%c%s", dir, '/', name);
   }
-}
-
-// `text` in single quotes for the shell.
-std::string ShellQuote(const char* text) {
-  std::string quoted = "'";
-  for (const char* p = text; *p; ++p) {
-    if (*p == '\'') {
-      quoted += "'\\''";
-    } else {
-      quoted += *p;
-    }
-  }
-  return quoted + "'";
 }
 
 void SplitBody(const char* text, std::list<std::string>& body) {
@@ -70,9 +56,9 @@ bool file_exists(const char* dir, char* name) {
 }
 
 int check_corefile_existence(char* dir) {
-  std::string command = "ls -F " + ShellQuote(dir) + " 2>/dev/null | grep -E -e '" + kCorePrefix +
+  std::string command = "ls -F " + bexo::ShellQuote(dir) + " 2>/dev/null | grep -E -e '" + kCorePrefix +
                         "|bexotrace' > /dev/null";
-  return system(command.c_str()) == 0 ? 0 : -1;
+  return bexo::RunShellInheritingDescriptors(command.c_str()) == 0 ? 0 : -1;
 }
 
 int compose_core_package_filename(const char* dumpDir, char* out, int size) {
@@ -145,10 +131,11 @@ int package_core_dump(char* ini, char* script, char* corePath, char* dumpPath, c
   if (strcmp(send, "true") == 0) sendNotification(subject, body, ini);
   if (useShell) {
     std::string command = std::string(script) + " " + corePath + " " + kCorePrefix + " " + dumpPath + " " + packageName;
-    system(command.c_str());  // the script's own result is not reported
+    bexo::RunShellInheritingDescriptors(command.c_str());  // the script's own result is not reported
     return 0;
   }
-  execl(script, "PackageCore.sh", corePath, kCorePrefix, dumpPath, packageName, static_cast<char*>(nullptr));
+  const char* const argv[] = {"PackageCore.sh", corePath, kCorePrefix, dumpPath, packageName, nullptr};
+  bexo::ReplaceProcess(script, argv);
   return 0;
 }
 
@@ -165,15 +152,11 @@ int fork_package_core_dump(const char* productDir, int* pid) {
   *pid = 0;
   CorePackagePlan plan;
   if (plan_core_package(productDir, &plan) != 1) return 0;
-  fflush(nullptr);  // nothing buffered here may be written twice by the child
-  pid_t child = fork();
-  if (child < 0) return -1;
-  if (child == 0) {
-    // The daemon's descriptors stay usable for the notice but not in the script.
-    close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
+  // The daemon's descriptors stay usable for the notice but not in the script.
+  const pid_t child = bexo::ForkChild([&plan] {
     package_core_dump(plan.ini, plan.script, plan.core_path, plan.dump_path, plan.package_name, false);
-    _exit(0);  // exec failed; the daemon's exit handlers are not the child's to run
-  }
+  });
+  if (child < 0) return -1;
   *pid = child;
   return 0;
 }

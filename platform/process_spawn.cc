@@ -5,11 +5,11 @@
 #include <signal.h>
 #include <string.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "UxLog.h"
+#include "child_process.h"
 
 extern char** environ;
 
@@ -22,7 +22,7 @@ int CloseQuietly(int fd) { return fd >= 0 ? close(fd) : 0; }
 
 // In the child: never returns.
 [[noreturn]] void RunChild(char* const argv[], char* const envp[], int input_fd,
-                           const SpawnOptions& options, int error_fd) {
+                           const SpawnOptions& options, int error_fd, long open_max) {
   if (options.new_session) setsid();
   if (input_fd >= 0) {
     if (input_fd != 0) dup2(input_fd, 0);
@@ -34,13 +34,8 @@ int CloseQuietly(int fd) { return fd >= 0 ? close(fd) : 0; }
     const int null_fd = open("/dev/null", O_WRONLY);
     if (null_fd >= 0 && null_fd != 1) dup2(null_fd, 1);
   }
-  for (int fd = 3; fd <= 255; ++fd) {
-    if (fd != error_fd) close(fd);
-  }
-#ifdef SYS_close_range
-  // Anything above 255 must not reach the program either; fails harmlessly on old kernels.
-  syscall(SYS_close_range, 256u, ~0u, 4u /* CLOSE_RANGE_CLOEXEC */);
-#endif
+  // The error pipe is close-on-exec: it stays open only until the program runs.
+  child_process::CloseDescriptorsFrom(3, error_fd, false, open_max);
   for (int sig = 1; sig <= 64; ++sig) signal(sig, SIG_DFL);
   sigset_t all;
   sigemptyset(&all);
@@ -55,11 +50,7 @@ int CloseQuietly(int fd) { return fd >= 0 ? close(fd) : 0; }
 // Waits for `pid`; its exit status, or -1.
 int WaitForChild(pid_t pid, const char* log_file) {
   int status = 0;
-  pid_t done;
-  do {
-    done = waitpid(pid, &status, 0);
-  } while (done < 0 && errno == EINTR);
-  if (done < 0) {
+  if (!child_process::WaitForStatus(pid, &status)) {
     UX_LOG(1, log_file, "Execute", "Shell process terminated abnormally");
     return -1;
   }
@@ -136,8 +127,9 @@ int ExecuteCommand(const char* command_line, const SpawnOptions& options,
     CloseQuietly(error_pipe[1]);
     return -1;
   }
+  const long open_max = child_process::DescriptorLimit();
   const pid_t pid = fork();
-  if (pid == 0) RunChild(words, envp.data(), input[1], options, error_pipe[1]);
+  if (pid == 0) RunChild(words, envp.data(), input[1], options, error_pipe[1], open_max);
   CloseQuietly(error_pipe[1]);
   CloseQuietly(input[1]);
   if (pid < 0) {

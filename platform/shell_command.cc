@@ -1,12 +1,13 @@
-#include "shell_command.h"
+#include "process_spawn.h"
 
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/wait.h>
 #include <unistd.h>
+
+#include "child_process.h"
 
 namespace bexo {
 namespace {
@@ -21,12 +22,6 @@ void WriteError(const char* prefix, int error) {
   (void)ignored;
 }
 
-void CloseAllDescriptors(long open_max) {
-  // close_range does in one call what the loop does one number at a time.
-  if (close_range(0, ~0U, 0) == 0) return;
-  for (long fd = 0; fd < open_max; ++fd) close(static_cast<int>(fd));
-}
-
 // Opens `path` and keeps it only when it became descriptor `wanted`.
 void OpenAs(const char* path, int flags, int wanted) {
   const int fd = open(path, flags);
@@ -34,7 +29,7 @@ void OpenAs(const char* path, int flags, int wanted) {
 }
 
 [[noreturn]] void RunInChild(const char* command, long open_max) {
-  CloseAllDescriptors(open_max);
+  child_process::CloseDescriptorsFrom(0, -1, false, open_max);
   OpenAs("/dev/null", O_RDONLY, 0);
   OpenAs("/dev/console", O_WRONLY, 1);
   OpenAs("/dev/console", O_WRONLY, 2);
@@ -49,7 +44,7 @@ void OpenAs(const char* path, int flags, int wanted) {
 int RunShellClosingDescriptors(const char* command) {
   fflush(stdout);
   fflush(stderr);
-  const long open_max = sysconf(_SC_OPEN_MAX);
+  const long open_max = child_process::DescriptorLimit();
   const pid_t pid = fork();
   if (pid == -1) {
     const int error = errno;
@@ -58,10 +53,19 @@ int RunShellClosingDescriptors(const char* command) {
   }
   if (pid == 0) RunInChild(command, open_max);
   int status = 0;
-  while (waitpid(pid, &status, 0) == -1) {
-    if (errno != EINTR) return -1;
+  return child_process::WaitForStatus(pid, &status) ? status : -1;
+}
+
+std::string ShellQuote(const std::string& text) {
+  std::string quoted = "'";
+  for (char c : text) {
+    if (c == '\'') {
+      quoted += "'\\''";
+    } else {
+      quoted += c;
+    }
   }
-  return status;
+  return quoted + "'";
 }
 
 int RunShellInheritingDescriptors(const char* command) {

@@ -10,7 +10,7 @@
 
 #include "bexo_util.h"
 #include "product_path.h"
-#include "shell_command.h"
+#include "process_spawn.h"
 
 namespace {
 

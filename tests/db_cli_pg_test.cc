@@ -6,17 +6,9 @@
 
 namespace {
 
-using bexo_test::RunCommand;
-using bexo_test::ShellQuote;
+class DbCliTest : public bexo_test::PostgresTest {};
 
-class DbCliTest : public bexo_test::PostgresTest {
- protected:
-  int Bexo(const std::string& args, std::string* out, const std::string& input = "") {
-    return RunCommand("printf %s " + ShellQuote(input) + " | BEXO_ROOT=" + root() + " " + BEXO_CLI_PATH + " " +
-                          args + " 2>&1",
-                      out);
-  }
-};
+int Bexo(const std::string& args, std::string* out) { return bexo_test::RunBexo(args + " 2>&1 </dev/null", out); }
 
 TEST_F(DbCliTest, CheckImportAndLoadList) {
   LoadSchema("report_schema.sql");
@@ -41,7 +33,7 @@ TEST_F(DbCliTest, CheckImportAndLoadList) {
   EXPECT_EQ(1, Bexo("url load-db --list 5 --type 3 --sql " BEXO_SOURCE_DIR "/sql", &out));
   EXPECT_EQ(2, Bexo("url load-db --type 1", &out));
 
-  EXPECT_EQ(0, Bexo("db encrypt-password", &out, "s3cret\n"));
+  EXPECT_EQ(0, bexo_test::RunBexo("db encrypt-password <<EOF\ns3cret\nEOF", &out));
   EXPECT_EQ(0u, out.find("v1:")) << out;
 }
 

@@ -6,15 +6,7 @@
 
 namespace {
 
-using bexo_test::RunCommand;
-
-class I18nCliTest : public bexo_test::TempRootTest {
- protected:
-  // `env` holds variable assignments for the command, such as "BEXO_HOME=/x".
-  int Bexo(const std::string& env, const std::string& args, std::string* out) {
-    return RunCommand(env + " LC_ALL=C.UTF-8 " + BEXO_CLI_PATH + " " + args + " 2>/dev/null", out);
-  }
-};
+class I18nCliTest : public bexo_test::TempRootTest {};
 
 TEST_F(I18nCliTest, TextsListsAndProtocols) {
   bexo_test::InstallResourceBundles(root());
@@ -53,7 +45,7 @@ TEST_F(I18nCliTest, TextsListsAndProtocols) {
   };
   for (const auto& c : kCases) {
     std::string out;
-    EXPECT_EQ(Bexo(c.env, c.args, &out), c.code) << c.args;
+    EXPECT_EQ(bexo_test::RunBexo(c.args + " 2>/dev/null", &out, c.env + " LC_ALL=C.UTF-8"), c.code) << c.args;
     EXPECT_EQ(out, c.output) << c.args;
   }
 }

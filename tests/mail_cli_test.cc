@@ -14,12 +14,9 @@ using bexo_test::ReadFile;
 using bexo_test::RunCommand;
 using bexo_test::WriteFile;
 
-class MailCliTest : public bexo_test::TempRootTest {
- protected:
-  int Bexo(const std::string& args, std::string* out) {
-    return RunCommand(std::string(BEXO_CLI_PATH) + " " + args + " 2>/dev/null", out);
-  }
-};
+class MailCliTest : public bexo_test::TempRootTest {};
+
+int Bexo(const std::string& args, std::string* out) { return bexo_test::RunBexo(args + " 2>/dev/null", out); }
 
 TEST_F(MailCliTest, PutListShowGiveAMessagePythonReads) {
   std::string queue = root() + "/mailq";
@@ -96,11 +93,6 @@ TEST_F(MailCliTest, JpDetectAndConvert) {
   }
   EXPECT_EQ(Bexo("jp convert --to mime " + root() + "/ISO-2022-JP", &out), 0);
   EXPECT_EQ(out.rfind("=?ISO-2022-JP?B?", 0), 0u) << out;
-  EXPECT_EQ(RunCommand("JP_FUNC=NO " + std::string(BEXO_CLI_PATH) + " jp convert --to mime " + root() +
-                           "/ISO-2022-JP",
-                       &out),
-            0);
-  EXPECT_EQ(out, ReadFile(root() + "/ISO-2022-JP"));
   EXPECT_EQ(Bexo("jp convert --to latin1 -", nullptr), 2);
   EXPECT_EQ(Bexo("jp detect /no/such/file", nullptr), 1);
 }

@@ -1,31 +1,20 @@
 // bexo metrics, bexo service and bexo db testdb as a script sees them.
-#include <sys/stat.h>
-
 #include <string>
 
 #include "temp_root.h"
 
 namespace {
 
-using bexo_test::RunCommand;
+using bexo_test::RunBexo;
 using bexo_test::WriteFile;
+using bexo_test::WriteScript;
 
-class SystemCliTest : public bexo_test::TempRootTest {
- protected:
-  int Bexo(const std::string& args, std::string* out) {
-    // exec: no shell stays around whose command line holds the arguments.
-    return RunCommand("exec " + std::string(BEXO_CLI_PATH) + " " + args, out);
-  }
-  void Script(const std::string& product_path, const std::string& body) {
-    WriteFile(Path(product_path), "#!/bin/sh\n" + body + "\n");
-    chmod(Path(product_path).c_str(), 0755);
-  }
-};
+class SystemCliTest : public bexo_test::TempRootTest {};
 
 TEST_F(SystemCliTest, MetricsJsonReports) {
   WriteFile(Path("/data/file"), std::string(64 << 10, 'x'));
   std::string out;
-  ASSERT_EQ(Bexo("metrics --interval 0.1 --count 2 --json --path " + Path("/data") +
+  ASSERT_EQ(RunBexo("metrics --interval 0.1 --count 2 --json --path " + Path("/data") +
                      " | jq -s -e 'length == 2 and all(.[]; .memory.total_kb > .memory.used_kb"
                      " and .cpu.busy_percent <= 100 and (.cpu.per_cpu_percent | length) > 0"
                      " and .disk.own_kib >= 64 and any(.file_systems[]; .mount_point == \"/\"))'",
@@ -35,13 +24,13 @@ TEST_F(SystemCliTest, MetricsJsonReports) {
   const char* kBad[] = {"--interval 0", "--interval x", "--count 0",
                         "--count -1",   "--bogus",      "--path"};
   for (const char* args : kBad) {
-    EXPECT_EQ(Bexo(std::string("metrics ") + args + " 2>/dev/null", &out), 2) << args;
+    EXPECT_EQ(RunBexo(std::string("metrics ") + args + " 2>/dev/null", &out), 2) << args;
   }
 }
 
 TEST_F(SystemCliTest, ServiceCommands) {
-  Script("/usr/bexo/S10KVgood", "echo \"$1\" >> " + Path("/calls"));
-  Script("/usr/bexo/S10KVbad", "exit 3");
+  WriteScript(Path("/usr/bexo/S10KVgood"), "echo \"$1\" >> " + Path("/calls") + "\n");
+  WriteScript(Path("/usr/bexo/S10KVbad"), "exit 3\n");
   const std::string unique = "bexo-cli-absent-" + std::to_string(getpid());
   const struct {
     std::string args;
@@ -60,7 +49,7 @@ TEST_F(SystemCliTest, ServiceCommands) {
   };
   std::string out;
   for (const auto& c : kCases) {
-    EXPECT_EQ(Bexo(c.args, &out), c.code) << c.args;
+    EXPECT_EQ(RunBexo(c.args, &out), c.code) << c.args;
     EXPECT_EQ(out, c.output) << c.args;
   }
   EXPECT_EQ(bexo_test::ReadFile(Path("/calls")), "start\nstop\nreload\n");
@@ -68,13 +57,13 @@ TEST_F(SystemCliTest, ServiceCommands) {
 
 TEST_F(SystemCliTest, DbTestdb) {
   std::string out;
-  EXPECT_EQ(Bexo("db testdb 2 a b c", &out), 1);
+  EXPECT_EQ(RunBexo("db testdb 2 a b c", &out), 1);
   EXPECT_EQ(out,
             "<connectdb><error_msg>Generic error.</error_msg><error_no>0</error_no></connectdb>\n");
-  Script("/etc/kvelo/bin/testdb.sh", "echo \"<connectdb><args>$*</args></connectdb>\"");
-  EXPECT_EQ(Bexo("db testdb 3 host db", &out), 0);
+  WriteScript(Path("/etc/kvelo/bin/testdb.sh"), "echo \"<connectdb><args>$*</args></connectdb>\"\n");
+  EXPECT_EQ(RunBexo("db testdb 3 host db", &out), 0);
   EXPECT_EQ(out, "<connectdb><args>3 host db</args></connectdb>\n");
-  EXPECT_EQ(Bexo("db testdb x 2>/dev/null", &out), 2);
+  EXPECT_EQ(RunBexo("db testdb x 2>/dev/null", &out), 2);
 }
 
 }  // namespace

@@ -30,12 +30,6 @@ std::string Trimmed(std::string text) {
 
 }  // namespace
 
-std::string ShellQuote(const std::string& text) {
-  std::string quoted = "'";
-  for (char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return quoted + "'";
-}
-
 const std::string& PostgresSocketDir() {
   static const std::string dir = [] {
     const char* state = getenv("BEXO_TEST_PG_STATE");
@@ -45,16 +39,17 @@ const std::string& PostgresSocketDir() {
   return dir;
 }
 
+std::string PsqlCommand(const std::string& database) {
+  return std::string(kPsql) + " -X -h " + PostgresSocketDir() + " -U postgres -d " + database;
+}
+
 void PostgresTest::SetUp() {
   TempRootTest::SetUp();
   ASSERT_FALSE(PostgresSocketDir().empty()) << "PostgreSQL test server did not start";
   static std::atomic<int> counter{0};
   database_ = "t_" + std::to_string(getpid()) + "_" + std::to_string(counter++);
   std::string output;
-  ASSERT_EQ(RunCommand(std::string(kPsql) + " -X -q -h " + PostgresSocketDir() +
-                           " -U postgres -d postgres -c 'CREATE DATABASE " + database_ + "'",
-                       &output),
-            0);
+  ASSERT_EQ(RunCommand(PsqlCommand("postgres") + " -q -c 'CREATE DATABASE " + database_ + "'", &output), 0);
   WriteFile(Path("/etc/kvelo/morvane.ini"),
             "[Database]\nDB=" + database_ + "\nUser=postgres\nDB_HOSTNAME=" + PostgresSocketDir() +
                 "\nDB_PORT=5432\n[Database_Log]\nDB=" + database_ + "\nUser=postgres\nDB_HOSTNAME=" +
@@ -66,27 +61,21 @@ void PostgresTest::SetUp() {
 
 void PostgresTest::TearDown() {
   if (!database_.empty() && !PostgresSocketDir().empty()) {
-    RunCommand(std::string(kPsql) + " -X -q -h " + PostgresSocketDir() +
-                   " -U postgres -d postgres -c 'DROP DATABASE IF EXISTS " + database_ + " WITH (FORCE)'",
-               nullptr);
+    RunCommand(PsqlCommand("postgres") + " -q -c 'DROP DATABASE IF EXISTS " + database_ + " WITH (FORCE)'", nullptr);
   }
   TempRootTest::TearDown();
 }
 
 std::string PostgresTest::Sql(const std::string& sql) {
   std::string output;
-  EXPECT_EQ(RunCommand(std::string(kPsql) + " -X -q -At -v ON_ERROR_STOP=1 -h " + PostgresSocketDir() +
-                           " -U postgres -d " + database_ + " -c " + ShellQuote(sql),
-                       &output),
-            0)
+  EXPECT_EQ(RunCommand(PsqlCommand(database_) + " -q -At -v ON_ERROR_STOP=1 -c " + bexo::ShellQuote(sql), &output), 0)
       << sql;
   return output;
 }
 
 void PostgresTest::LoadSchema(const std::string& file) {
   std::string output;
-  ASSERT_EQ(RunCommand(std::string(kPsql) + " -X -q -v ON_ERROR_STOP=1 -h " + PostgresSocketDir() +
-                           " -U postgres -d " + database_ + " -f " + BEXO_SOURCE_DIR + "/sql/" + file,
+  ASSERT_EQ(RunCommand(PsqlCommand(database_) + " -q -v ON_ERROR_STOP=1 -f " + BEXO_SOURCE_DIR + "/sql/" + file,
                        &output),
             0);
 }

@@ -9,15 +9,17 @@
 #include <string>
 
 #include "db_settings.h"
+#include "process_spawn.h"
 #include "temp_root.h"
 
 namespace bexo_test {
 
-// `text` quoted for /bin/sh.
-std::string ShellQuote(const std::string& text);
-
 // The server's socket directory ("" when no server could be started).
 const std::string& PostgresSocketDir();
+
+// psql connected as postgres to `database` of the test server, without
+// reading ~/.psqlrc; append options and arguments.
+std::string PsqlCommand(const std::string& database);
 
 class PostgresTest : public TempRootTest {
  protected:

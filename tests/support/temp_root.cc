@@ -47,6 +47,11 @@ bool FileExists(const std::string& path) {
   return lstat(path.c_str(), &st) == 0;
 }
 
+void WriteScript(const std::string& path, const std::string& body) {
+  WriteFile(path, "#!/bin/sh\n" + body);
+  chmod(path.c_str(), 0755);
+}
+
 int RunCommand(const std::string& command, std::string* output) {
   FILE* pipe = popen(command.c_str(), "r");
   if (pipe == nullptr) return -1;
@@ -57,6 +62,10 @@ int RunCommand(const std::string& command, std::string* output) {
   int status = pclose(pipe);
   if (output) *output = text;
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+int RunBexo(const std::string& args, std::string* output, const std::string& env) {
+  return RunCommand(env + (env.empty() ? "" : " ") + "exec " + BEXO_CLI_PATH + " " + args, output);
 }
 
 }  // namespace bexo_test

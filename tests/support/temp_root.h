@@ -25,8 +25,15 @@ class TempRootTest : public ::testing::Test {
 std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& content);
 bool FileExists(const std::string& path);
+// Writes `body` after a "#!/bin/sh" line and makes the file executable.
+void WriteScript(const std::string& path, const std::string& body);
 
 // Runs a shell command, returning its exit status and (in `output`) its stdout.
 int RunCommand(const std::string& command, std::string* output);
+
+// Runs the bexo CLI with `args` (shell words; redirections and pipes allowed)
+// and the variable assignments in `env`, as RunCommand does. The shell execs
+// the CLI, so no shell stays around whose command line holds the arguments.
+int RunBexo(const std::string& args, std::string* output, const std::string& env = "");
 
 }  // namespace bexo_test
