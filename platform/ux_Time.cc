@@ -2,9 +2,12 @@
 
 #include <stdio.h>
 
+#include <atomic>
 #include <cstring>
 
 namespace {
+
+std::atomic<time_t> g_fixed_now{0};  // 0: the system clock
 
 bool IsLeap(int year) { return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0; }
 
@@ -56,7 +59,12 @@ void ux_Time::Assign(int year, int month, int day, int hour, int minute, int sec
   second_ = second;
 }
 
-void ux_Time::get_current_time() { set_from_time_t(time(nullptr)); }
+void ux_Time::get_current_time() {
+  time_t fixed = g_fixed_now.load(std::memory_order_relaxed);
+  set_from_time_t(fixed != 0 ? fixed : time(nullptr));
+}
+
+void ux_Time::SetCurrentTimeForTesting(time_t now) { g_fixed_now.store(now, std::memory_order_relaxed); }
 
 void ux_Time::set_from_time_t(time_t value) {
   struct tm local;

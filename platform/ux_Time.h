@@ -27,6 +27,9 @@ class BEXO_EXPORT ux_Time {
   ux_Time(int year, int month, int day, int hour = 0, int minute = 0, int second = 0);
 
   void get_current_time();
+  // Test seam: get_current_time reads `now` instead of the system clock, in
+  // every thread, until this is called again with 0.
+  static void SetCurrentTimeForTesting(time_t now);
   void set_from_time_t(time_t value);
   time_t get_time_t() const;
 
