@@ -28,6 +28,8 @@ install(FILES ${PROJECT_BINARY_DIR}/bexocommonConfig.cmake
 # Relocatable: the prefix is found relative to the installed .pc file.
 file(RELATIVE_PATH BEXO_PC_TO_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
 string(REGEX REPLACE "/$" "" BEXO_PC_TO_PREFIX "${BEXO_PC_TO_PREFIX}")
+list(TRANSFORM BEXO_ABI_DEFINITIONS PREPEND -D OUTPUT_VARIABLE BEXO_PC_DEFINITIONS)
+list(JOIN BEXO_PC_DEFINITIONS " " BEXO_PC_DEFINITIONS)
 foreach(pc bexoplatform bexocommon)
   configure_file(${PROJECT_SOURCE_DIR}/cmake/${pc}.pc.in ${PROJECT_BINARY_DIR}/${pc}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${pc}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -214,3 +214,5 @@ class BEXOAtomicInt64 {
 
 static_assert(sizeof(BEXOAtomicInt32) == 4, "one 32-bit integer, nothing else");
 static_assert(sizeof(BEXOAtomicInt64) == 8, "one 64-bit integer, nothing else");
+static_assert(__atomic_always_lock_free(sizeof(int64_t), 0),
+              "BEXOAtomicInt64 needs an 8-byte compare-and-swap: on 32-bit x86, build for i686 or newer");

@@ -10,6 +10,7 @@
 // while it holds its in-process and cross-process mutexes.
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include "bexo_export.h"
@@ -28,6 +29,7 @@ struct BEXO_EXPORT __attribute__((packed)) BEXOLogRolloverCounter {
 };
 
 static_assert(sizeof(BEXOLogRolloverCounter) == 8, "the counter is 8 bytes in shared memory");
+static_assert(offsetof(BEXOLogRolloverCounter, stamp) == 4, "the stamp follows the counter");
 
 // A zero-filled counter in a new private System V segment of 8 bytes, already
 // marked for removal, so that it is shared with processes forked later and

@@ -67,4 +67,17 @@ TEST(UxTimeTest, CurrentTimeMatchesTheClock) {
   EXPECT_LE(now.get_time_t(), after);
 }
 
+// Past the end of a 32-bit time_t (2038-01-19 03:14:07 UTC) and of an
+// unsigned one (2106-02-07 06:28:15 UTC).
+TEST(UxTimeTest, TimeTRoundTripsPast2038) {
+  for (const char* text : {"2038/01/19 03:14:07", "2038/01/20 00:00:00", "2040/02/29 23:59:59",
+                           "2106/02/08 00:00:00"}) {
+    ux_Time time;
+    time.set_to_string_value(text);
+    ux_Time back;
+    back.set_from_time_t(time.get_time_t());
+    EXPECT_EQ(back.to_string(), text);
+  }
+}
+
 }  // namespace

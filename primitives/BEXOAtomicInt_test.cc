@@ -61,6 +61,20 @@ TEST_F(Atomic32Test, ReturningAddsGiveTheNewValue) {
   EXPECT_EQ(static_cast<int32_t>(value), 14);
 }
 
+// One locked instruction on every target (cmpxchg8b on 32-bit x86), also
+// where a counter follows a smaller field in a record or in shared memory.
+TEST_F(Atomic64Test, LockFreeAndEightByteAligned) {
+  struct {
+    char tag;
+    BEXOAtomicInt64 counter;
+  } records[2];
+  for (auto& record : records) {
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(&record.counter) % 8, 0u);
+    EXPECT_TRUE(__atomic_is_lock_free(sizeof(int64_t), &record.counter));
+  }
+  EXPECT_TRUE(std::atomic<int64_t>{0}.is_lock_free());
+}
+
 TEST_F(Atomic64Test, OperatorsComputeLikeWrappingIntegers) {
   const Case<BEXOAtomicInt64, int64_t> cases[] = {
       {"add carries into the high word", 0xFFFFFFFFLL, [](auto& a) { a += 1; }, 0x100000000LL},

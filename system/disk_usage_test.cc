@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <filesystem>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -137,7 +138,13 @@ TEST_F(DiskUsageTest, DirectoryRemovedDuringTheWalk) {
   }
   stop = true;
   churn.join();
-  const std::string printed = testing::internal::GetCapturedStdout();
+  // A directory removed while lstat ran may show no links left: the walk
+  // names it and goes on.
+  const std::string printed = std::regex_replace(
+      testing::internal::GetCapturedStdout(),
+      std::regex("hard link count of \\[[^\\]]*\\] is >0, file might be deleted or file system"
+                 " is corrupted\n"),
+      "");
   // An entry gone between readdir and lstat ends the walk with "errno 2";
   // a directory gone before it is opened counts as empty.
   std::string expected;

@@ -2,6 +2,7 @@
 // odd sizes, many clients at once, and clients that misbehave. The server must
 // keep answering, stay alive and give back every descriptor.
 #include <gtest/gtest.h>
+#include <stdint.h>
 #include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -173,7 +174,9 @@ TEST_F(IpcRoundTripTest, StalledClientsHoldOnlyTheirOwnThreads) {
     ASSERT_TRUE(SendBytes(stalled.back(), start));
   }
   for (int i = 0; i < 20; ++i) ExpectAnswering();
-  EXPECT_EQ(SettledDescriptors(baseline_ + 3), baseline_ + 3);
+  // Where ptrdiff_t is 32 bits malloc refuses 2 GiB, so the server drops that client.
+  const int held = PTRDIFF_MAX > 0x7fffffff ? 3 : 2;
+  EXPECT_EQ(SettledDescriptors(baseline_ + held), baseline_ + held);
   for (int i = 0; i < 40; ++i) {
     long resident = ResidentMegabytes(server_);
     ASSERT_GE(resident, 0);

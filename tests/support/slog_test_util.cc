@@ -5,14 +5,9 @@
 #include "temp_root.h"
 #include "ux_LOG_LogFiles.h"
 #include "ux_LOG_TextLogCursor.h"
-#include "wall_clock.h"
 
 namespace bexo_test {
 namespace {
-
-time_t g_fake_now = 0;
-
-struct timespec FakeClock() { return {g_fake_now, 0}; }
 
 }  // namespace
 
@@ -37,18 +32,5 @@ std::string Jq(const std::string& filter, const std::string& files) {
   EXPECT_EQ(RunCommand("jq -c '" + filter + "' " + files, &output), 0) << filter;
   return output;
 }
-
-void SetWallClockToNoon(int year, int month, int day) {
-  struct tm fields = {};
-  fields.tm_year = year - 1900;
-  fields.tm_mon = month - 1;
-  fields.tm_mday = day;
-  fields.tm_hour = 12;
-  fields.tm_isdst = -1;
-  g_fake_now = mktime(&fields);
-  bexo::SetWallClockForTesting(FakeClock);
-}
-
-void UseSystemClock() { bexo::SetWallClockForTesting(nullptr); }
 
 }  // namespace bexo_test

@@ -1,5 +1,5 @@
 // Test support for the structured logs: read a log back through the cursor,
-// list its files in reading order, run jq over them, move the wall clock.
+// list its files in reading order, run jq over them.
 #pragma once
 
 #include <stdint.h>
@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "fake_wall_clock.h"
 #include "ux_LOG_LogEntry.h"
 
 namespace bexo_test {
@@ -22,10 +23,5 @@ std::string LogFiles(const std::string& dir, const std::string& name);
 
 // `jq -c FILTER` over the log's files; its exit status must be 0.
 std::string Jq(const std::string& filter, const std::string& files);
-
-// Local noon of the given date, as the wall clock of the platform from now
-// on; UseSystemClock() undoes it.
-void SetWallClockToNoon(int year, int month, int day);
-void UseSystemClock();
 
 }  // namespace bexo_test
