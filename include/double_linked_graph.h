@@ -3,7 +3,10 @@
 // may hold the wildcards '*' (any run, also none) and '?' (one character);
 // "%2a" and "%3f" stand for a literal '*' and '?'. A lookup walks the trie
 // depth first with backtracking and answers the first rule that consumes the
-// whole URL, in the fixed order literal child, '?' child, '*' child.
+// whole URL, in the fixed order literal child, '?' child, '*' child. Nodes
+// known to fail from an input position on are not tried again from there in
+// the same lookup (urlmatch/fail_memo.h), so one lookup takes at most
+// O(trie nodes entered x URL length) steps, whatever the stars in a rule.
 //
 // Memory: nodes and child arrays come from a shared pool of fixed-size
 // blocks. A node is made together with its first child array (five slots),
@@ -24,6 +27,10 @@
 
 #include "src/API_legacy/include/url_rule_serialization_io"
 #include "util_no_inadvertant_copies.h"
+
+namespace bexo_url {
+class FailMemo;
+}
 
 // One character of one or more rule paths.
 class BEXO_EXPORT node {
@@ -149,9 +156,16 @@ class BEXO_EXPORT double_linked_graph : public url_rule_serialization_io,
   void _recursive_delete_parent_node(node* from);
 
   int size() const;
+  // clear() also drops the rule with empty text, which ends at the root.
   void _clear(node* from);
 
+  // Search steps (loop rounds) of the calling thread's last find_entry: at
+  // most a small multiple of (trie nodes entered) x (URL length + 1).
+  static int64_t last_find_steps();
+
  private:
+  bool FailsFrom(const node* n, int p, const bexo_url::FailMemo& memo) const;
+
   node* root_;
   std::vector<node*> policy_nodes_[unknown_policy];
 };

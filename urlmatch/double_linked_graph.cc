@@ -8,6 +8,7 @@
 
 #include "url_matching_module.h"
 #include "urlmatch/node_pool.h"
+#include "urlmatch/fail_memo.h"
 
 namespace {
 
@@ -31,6 +32,8 @@ RuleStep NextRuleStep(const char* text) {
   if (text[0] == '%' && text[1] == '3' && text[2] == 'f') return {'?', true, 3};
   return {text[0], true, 1};
 }
+
+thread_local int64_t g_last_find_steps = 0;
 
 bool ExpiryHasPassed(const char* expiry_text) {
   ux_Time now, expiry;
@@ -276,6 +279,25 @@ bool double_linked_graph::_find_possible_policy_node(const node* p_node, node*& 
   return false;
 }
 
+namespace {
+
+uintptr_t Key(const node* n) { return reinterpret_cast<uintptr_t>(n); }
+
+}  // namespace
+
+// True when the search at `n` with fresh alternatives fails at position `p`
+// and every later one: `n` leads to no possible rule and each child is known
+// to fail from where it would start (a '*' child at p, any other at p + 1).
+bool double_linked_graph::FailsFrom(const node* n, int p, const bexo_url::FailMemo& memo) const {
+  node* possible;
+  if (_find_possible_policy_node(n, possible)) return false;
+  for (unsigned char i = 0; i < n->child_count_; ++i) {
+    const node* c = n->children_[i];
+    if (p + !c->is_star() < memo.FailFrom(Key(c))) return false;
+  }
+  return true;
+}
+
 find_entry_results double_linked_graph::find_entry(const char* user_url, policies& policy,
                                                    std::string& rule_url,
                                                    std::string& identifier, std::string& expiry,
@@ -286,6 +308,7 @@ find_entry_results double_linked_graph::find_entry(const char* user_url, policie
 
   char buffer[kUrlBufferSize];
   const char* url = buffer;
+  g_last_find_steps = 0;
   {
     UrlRuleReadGuard hold(lock_);
     if (root_->path_count_ == 0) return entry_not_found;
@@ -295,13 +318,16 @@ find_entry_results double_linked_graph::find_entry(const char* user_url, policie
     stack.clear();
     stack.emplace_back();
     state_variables* top = &stack.back();  // refreshed after every push and pop
+    bexo_url::FailMemo& memo = bexo_url::FailMemo::ForNewLookup();
     node* current = root_;
     int p = 0;
+    int64_t steps = 0;
     node* child;
     node* possible;
     unsigned char index;
     bool found_rule = true;
     while (url[p] != '\0') {
+      ++steps;
       const char c = url[p];
       const bool last = url[p + 1] == '\0';
       bool advanced = false;
@@ -321,6 +347,9 @@ find_entry_results double_linked_graph::find_entry(const char* user_url, policie
       // A child found at the last character that leads to no rule ends the
       // tries of this state: its '?' and '*' siblings are not looked at.
       if (found && (!last || _find_possible_policy_node(child, possible))) {
+        // A child known to fail from where it would start: the search would
+        // try it and come back to this state unchanged.
+        if (!memo.empty() && p + !child->is_star() >= memo.FailFrom(Key(child))) continue;
         stack.emplace_back();
         top = &stack.back();
         current = child;
@@ -345,6 +374,11 @@ find_entry_results double_linked_graph::find_entry(const char* user_url, policie
           top->tried_literal = top->tried_question_mark = top->tried_star = false;
           ++top->star_count;
           ++p;
+          if (!memo.empty() && FailsFrom(current, p, memo)) {
+            // Every way on from here is known to fail: give the characters back.
+            p -= top->star_count - 1;
+            back_up = true;
+          }
         }
       }
       if (back_up) {
@@ -353,12 +387,18 @@ find_entry_results double_linked_graph::find_entry(const char* user_url, policie
           found_rule = false;
           break;
         }
-        current = current->parent_;
         --p;
+        if (current->is_star()) {
+          memo.RecordFailure(Key(current), p);
+        } else if (!memo.empty() && FailsFrom(current, p + 1, memo)) {
+          memo.RecordFailure(Key(current), p + 1);
+        }
+        current = current->parent_;
         stack.pop_back();
         top = &stack.back();
       }
     }
+    g_last_find_steps = steps;
     if (!found_rule || !_get_rule_string_and_policy(current, rule_url, policy, identifier,
                                                     expiry, list_id)) {
       return entry_not_found;
@@ -444,6 +484,8 @@ void double_linked_graph::_printf_list(FILE* fp, policies policy) const {
   }
 }
 
+int64_t double_linked_graph::last_find_steps() { return g_last_find_steps; }
+
 int double_linked_graph::size() const {
   UrlRuleReadGuard hold(lock_);
   return root_->path_count_;
@@ -451,6 +493,7 @@ int double_linked_graph::size() const {
 
 void double_linked_graph::clear() {
   _clear(root_);
+  root_->clear_policy_mode();  // the rule with empty text ends at the root
   for (std::vector<node*>& list : policy_nodes_) std::vector<node*>().swap(list);
 }
 

@@ -363,3 +363,84 @@ TEST_F(GraphPropertyTest, AddThenDeleteLeavesSizeAndAnswersAsBefore) {
 }
 
 }  // namespace
+
+namespace {
+
+// ---- bounded lookups ------------------------------------------------------
+
+struct StarCase {
+  int stars;
+  int length;
+};
+
+class StarBoundTest : public bexo_test::TempRootTest,
+                      public ::testing::WithParamInterface<StarCase> {};
+
+// "a*a*...*b" against a run of 'a': every way the stars can split the run
+// fails, which once took minutes. The search now enters each node at most
+// once per input position.
+TEST_P(StarBoundTest, PathologicalRuleTakesStepsBoundedByNodesTimesLength) {
+  const StarCase& c = GetParam();
+  std::string rule = "a";
+  for (int i = 1; i < c.stars; ++i) rule += "*a";
+  rule += "*b";
+  const int nodes = static_cast<int>(rule.size()) + 1;  // with the root
+  double_linked_graph graph;
+  AddRule(graph, rule.c_str(), block_policy);
+  const std::string url(c.length, 'a');
+  EXPECT_EQ(entry_not_found, Lookup(graph, url).result);
+  const int64_t steps = double_linked_graph::last_find_steps();
+  EXPECT_LE(steps, 4 * static_cast<int64_t>(nodes) * (c.length + 1)) << "steps " << steps;
+
+  Answer hit = Lookup(graph, url + "b");
+  EXPECT_EQ(entry_found, hit.result);
+  EXPECT_EQ(rule, hit.rule);
+}
+
+INSTANTIATE_TEST_SUITE_P(Stars, StarBoundTest,
+                         ::testing::Values(StarCase{4, 200}, StarCase{4, 1000},
+                                           StarCase{30, 1000}, StarCase{30, 1023}));
+
+// ---- clear() --------------------------------------------------------------
+
+// The rule with empty text ends at the root; a reload with clearing must
+// drop it like every other rule.
+TEST_F(GraphTest, ClearingReloadDropsTheEmptyRuleToo) {
+  const std::string path = root() + "/empty.list";
+  {
+    double_linked_graph graph;
+    AddRule(graph, "", block_policy);
+    AddRule(graph, "a", block_policy);
+    ASSERT_TRUE(graph.serialization(path.c_str()));
+    ASSERT_TRUE(graph.deserialization(path.c_str(), false, true));
+    EXPECT_EQ(2, graph.size());
+    const std::string again = root() + "/again.list";
+    ASSERT_TRUE(graph.serialization(again.c_str()));
+    EXPECT_EQ(bexo_test::ReadFile(path), bexo_test::ReadFile(again));
+  }
+  {
+    double_linked_graph graph;
+    AddRule(graph, "", translated_block_policy);
+    AddRule(graph, "b", block_policy);
+    ASSERT_TRUE(graph.serialization(path.c_str()));  // translated rules are not written
+    ASSERT_TRUE(graph.deserialization(path.c_str(), false, true));
+    EXPECT_EQ(entry_not_found, Lookup(graph, "").result);
+    EXPECT_EQ(1, graph.size());
+  }
+  {
+    double_linked_graph graph;
+    AddRule(graph, "", block_policy);
+    ASSERT_TRUE(graph.serialization(path.c_str()));
+    ASSERT_TRUE(graph.deserialization(path.c_str(), false, true));
+    AddRule(graph, "", allow_policy);
+    EXPECT_EQ(1, graph.size());
+    EXPECT_EQ(allow_policy, Lookup(graph, "").policy);
+    {
+      UrlRuleWriteGuard hold(graph.rule_lock());
+      graph.clear();
+    }
+    EXPECT_EQ(entry_not_found, Lookup(graph, "").result);
+  }
+}
+
+}  // namespace
