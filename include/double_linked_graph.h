@@ -15,7 +15,10 @@
 //
 // Thread safety: find_entry and size take the store's read lock, delete_entry
 // its write lock; _add_entry, _printf_list and clear expect the caller to
-// hold the lock (the matching module and the file loader do).
+// hold the lock (the matching module does). A whole-list load builds a new
+// graph aside and swaps it in under the write lock in one step (see
+// url_rule_serialization_io): a lookup racing a load answers wholly from the
+// old rules or wholly from the new ones, and waits at most for the swap.
 #pragma once
 
 #include <stdint.h>
@@ -138,6 +141,11 @@ class BEXO_EXPORT double_linked_graph : public url_rule_serialization_io,
   bool _add_entry(const char* url, policies policy, const char* identifier, const ux_Time* expiry,
                   int list_id) override;
   void clear() override;
+  // Loads go into a private graph (with a copy of the rules when keep_rules)
+  // that _publish_load swaps in under the write lock; the old rules are
+  // destroyed after the swap, outside the lock.
+  url_rule_serialization_io* _begin_load(bool keep_rules) override;
+  void _publish_load(url_rule_serialization_io* target) override;
 
   find_entry_results find_entry(const char* user_url, policies& policy, std::string& rule_url,
                                 std::string& identifier, std::string& expiry, int& list_id,
@@ -165,6 +173,8 @@ class BEXO_EXPORT double_linked_graph : public url_rule_serialization_io,
 
  private:
   bool FailsFrom(const node* n, int p, const bexo_url::FailMemo& memo) const;
+  // Adds the rule ending at `source` (of another graph) with its stored data.
+  bool CopyRule(const node* source);
 
   node* root_;
   std::vector<node*> policy_nodes_[unknown_policy];

@@ -241,6 +241,56 @@ bool double_linked_graph::_add_entry(const char* url, policies policy, const cha
   return true;
 }
 
+bool double_linked_graph::CopyRule(const node* source) {
+  std::vector<const node*> path;  // below the root, from the end up
+  for (const node* walk = source; walk->parent_ != nullptr; walk = walk->parent_) {
+    path.push_back(walk);
+  }
+  node* current = root_;
+  for (auto step = path.rbegin(); step != path.rend(); ++step) {
+    node* next;
+    unsigned char index;
+    if (!current->_find_child_node((*step)->character_, next, index, (*step)->literal_) &&
+        !current->add_child_node((*step)->character_, next, (*step)->literal_)) {
+      return false;
+    }
+    current = next;
+  }
+  for (node* walk = current; walk != nullptr; walk = walk->parent_) ++walk->path_count_;
+  current->has_policy_ = true;
+  current->policy_ = source->policy_;
+  current->list_id_ = source->list_id_;
+  if (source->identifier_ != nullptr) current->identifier_ = strdup(source->identifier_);
+  if (source->expiry_ != nullptr) {
+    current->expiry_ = new char[ux_Time::kTextSize];
+    memcpy(current->expiry_, source->expiry_, ux_Time::kTextSize);
+  }
+  policy_nodes_[source->policy_].push_back(current);
+  return true;
+}
+
+url_rule_serialization_io* double_linked_graph::_begin_load(bool keep_rules) {
+  double_linked_graph* target = new double_linked_graph;
+  if (keep_rules) {
+    UrlRuleReadGuard hold(lock_);
+    for (const std::vector<node*>& list : policy_nodes_) {
+      for (const node* rule : list) target->CopyRule(rule);
+    }
+  }
+  return target;
+}
+
+void double_linked_graph::_publish_load(url_rule_serialization_io* target) {
+  double_linked_graph* loaded = dynamic_cast<double_linked_graph*>(target);
+  URL_RULE_ASSERT(loaded != nullptr && loaded != this);
+  {
+    UrlRuleWriteGuard hold(lock_);
+    std::swap(root_, loaded->root_);
+    for (int p = 0; p < unknown_policy; ++p) policy_nodes_[p].swap(loaded->policy_nodes_[p]);
+  }
+  delete loaded;  // the old rules, after the last lookup that could see them
+}
+
 bool double_linked_graph::_find_entry(const char* rule_url, node*& found, policies& policy,
                                       std::string& identifier, std::string& expiry,
                                       int& list_id) const {

@@ -1,6 +1,7 @@
 // The rule store against the plain model trie of tests/support: the same
 // generated rules (wildcards, escapes, expiries, list identifiers), edits
-// (repeats, deletions, expired rules deleted by lookups, reloads from a file)
+// (repeats, deletions, expired rules deleted by lookups, reloads from a file
+// with and without clearing)
 // and URLs (filled-in rules, noise, case and escapes, over-long raw URLs) must
 // give identical answers, sizes and written lists.
 #include <stdio.h>
@@ -105,12 +106,14 @@ class Differential : public bexo_test::TempRootTest {
   }
 
   // Reload both from the graph's file: the model re-adds its own written
-  // rules (list identifiers are not written; translated blocks are dropped).
-  void Reload(double_linked_graph& graph, UrlModelTrie& model) {
+  // rules (list identifiers are not written; translated blocks are dropped
+  // when the load clears).
+  void Reload(double_linked_graph& graph, UrlModelTrie& model, bool clear_first) {
     const std::string path = root() + "/reload.list";
     ASSERT_TRUE(graph.serialization(path.c_str()));
-    ASSERT_TRUE(graph.deserialization(path.c_str(), false, true));
-    UrlModelTrie fresh;
+    ASSERT_TRUE(graph.deserialization(path.c_str(), false, clear_first));
+    UrlModelTrie kept;
+    UrlModelTrie& fresh = clear_first ? kept : model;
     for (int p = 0; p < unknown_policy; ++p) {
       if (p == translated_block_policy) continue;
       const std::string lines = model.List(static_cast<policies>(p));
@@ -127,7 +130,7 @@ class Differential : public bexo_test::TempRootTest {
                   expiry_text.empty() ? nullptr : &expiry, 0);
       }
     }
-    model = std::move(fresh);
+    if (clear_first) model = std::move(kept);
   }
 
   // Adds the number of lookups compared to `compared`.
@@ -160,7 +163,7 @@ class Differential : public bexo_test::TempRootTest {
           const std::string& rule = rules[Roll(static_cast<int>(rules.size()))];
           ASSERT_EQ(model.Delete(rule), graph.delete_entry(rule.c_str(), false)) << rule;
         }
-        if (step == 2) Reload(graph, model);
+        if (step >= 2) Reload(graph, model, step == 2);
         for (int i = 0; i < lookups_per_round; ++i) {
           const std::string url = Url(mix, rules);
           const bool delete_expired = Roll(4) == 0;

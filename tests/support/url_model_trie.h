@@ -100,7 +100,6 @@ class UrlModelTrie {
     return true;
   }
 
-  void Clear() { *this = UrlModelTrie(); }
   int Size() const { return root_->path_count; }
 
   // Rules of one policy as "RULE-->ID-->EXPIRY\n" lines, in insertion order.
