@@ -12,19 +12,19 @@ FailMemo& FailMemo::ForNewLookup() {
   return memo;
 }
 
-size_t FailMemo::SlotOf(uintptr_t node) const {
+size_t FailMemo::SlotOf(uint64_t node) const {
   const size_t mask = slots_.size() - 1;
-  size_t i = static_cast<size_t>((node >> 3) * 0x9E3779B1u) & mask;
+  size_t i = static_cast<size_t>((node * 0x9E3779B97F4A7C15ull) >> 40) & mask;
   while (slots_[i].generation == generation_ && slots_[i].node != node) i = (i + 1) & mask;
   return i;
 }
 
-int32_t FailMemo::FailFrom(uintptr_t node) const {
+int32_t FailMemo::FailFrom(uint64_t node) const {
   const Slot& slot = slots_[SlotOf(node)];
   return slot.generation == generation_ ? slot.fail_from : kNever;
 }
 
-void FailMemo::RecordFailure(uintptr_t node, int32_t from) {
+void FailMemo::RecordFailure(uint64_t node, int32_t from) {
   Slot* slot = &slots_[SlotOf(node)];
   if (slot->generation != generation_) {
     if (2 * (used_ + 1) > slots_.size()) {

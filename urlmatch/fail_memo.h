@@ -37,18 +37,18 @@ class FailMemo {
   static FailMemo& ForNewLookup();
 
   // The position from which the node is known to fail in this lookup, or kNever.
-  int32_t FailFrom(uintptr_t node) const;
-  void RecordFailure(uintptr_t node, int32_t from);
+  int32_t FailFrom(uint64_t node) const;
+  void RecordFailure(uint64_t node, int32_t from);
   bool empty() const { return used_ == 0; }
 
  private:
   struct Slot {
-    uintptr_t node;
+    uint64_t node;
     uint32_t generation;  // a slot of an older lookup counts as empty
     int32_t fail_from;
   };
 
-  size_t SlotOf(uintptr_t node) const;
+  size_t SlotOf(uint64_t node) const;
   void Grow();
 
   std::vector<Slot> slots_ = std::vector<Slot>(64, Slot{0, 0, kNever});  // a power of two
