@@ -224,34 +224,91 @@ void CompactTrie::Erase(uint32_t rule) {
   }
 }
 
-std::string CompactTrie::Text(uint32_t rule) const {
-  std::string text;
-  text.reserve(50);
+void CompactTrie::Text(uint32_t rule, std::string& text) const {
+  // Sized first, then filled from the end: a literal '*' or '?' is written
+  // as its escape, three characters.
+  size_t size = 0;
+  for (uint32_t node = rules_[rule].end; node != 0; node = nodes_[node].parent) {
+    const Node& n = nodes_[node];
+    size += n.length;
+    if ((n.flags & kWild) != 0) continue;
+    for (uint32_t i = 0; i < n.length; ++i) {
+      const char c = labels_[n.label + i];
+      if (c == '*' || c == '?') size += 2;
+    }
+  }
+  text.resize(size);
+  char* out = &text[0] + size;
   for (uint32_t node = rules_[rule].end; node != 0; node = nodes_[node].parent) {
     const Node& n = nodes_[node];
     if ((n.flags & kWild) != 0) {
-      text.push_back(n.first);
+      *--out = n.first;
       continue;
     }
     for (uint32_t i = n.length; i-- > 0;) {
       const char c = labels_[n.label + i];
-      if (c == '*') {
-        text.append("a2%");
-      } else if (c == '?') {
-        text.append("f3%");
+      if (c == '*' || c == '?') {
+        out -= 3;
+        memcpy(out, c == '*' ? "%2a" : "%3f", 3);
       } else {
-        text.push_back(c);
+        *--out = c;
       }
     }
   }
-  std::reverse(text.begin(), text.end());
-  return text;
 }
 
 void CompactTrie::Compact() {
+  // Lay the trie out again in depth-first order: the nodes, labels and child
+  // blocks of a subtree then sit together, each block holds no more room than
+  // it needs, and what splits and removals left behind is gone.
+  std::vector<Node> nodes;
+  nodes.reserve(nodes_.size() - free_nodes_.size());
+  std::string labels;
+  labels.reserve(labels_.size());
+  std::vector<uint32_t> kids;
+  kids.reserve(kids_.size());
+  auto allocate = [&kids](uint8_t capacity_log) {
+    const uint32_t block = static_cast<uint32_t>(kids.size());
+    kids.resize(kids.size() + KeyWords(1u << capacity_log) + (1u << capacity_log));
+    return block;
+  };
+  std::vector<std::pair<uint32_t, uint32_t>> todo{{0, kNone}};  // old index, new parent
+  while (!todo.empty()) {
+    const uint32_t old = todo.back().first, parent = todo.back().second;
+    todo.pop_back();
+    const Node& n = nodes_[old];
+    const uint32_t index = static_cast<uint32_t>(nodes.size());
+    Node made = n;
+    made.parent = parent;
+    if ((n.flags & kWild) == 0) {
+      made.label = static_cast<uint32_t>(labels.size());
+      labels.append(labels_, n.label, n.length);
+    }
+    made.kids = kNone;
+    made.count = 0;
+    made.capacity_log = 0;
+    if (n.count > 0) {
+      while ((1u << made.capacity_log) < n.count) ++made.capacity_log;
+      made.kids = allocate(made.capacity_log);
+    }
+    if (n.rule != kNone) rules_[n.rule].end = index;
+    nodes.push_back(made);
+    if (parent != kNone) {
+      Node& up = nodes[parent];
+      reinterpret_cast<char*>(&kids[up.kids])[up.count] = (n.flags & kWild) != 0 ? '\0' : n.first;
+      kids[up.kids + KeyWords(1u << up.capacity_log) + up.count] = index;
+      ++up.count;
+    }
+    for (uint32_t i = n.count; i-- > 0;) todo.emplace_back(Indices(n)[i], index);
+  }
+  nodes_.swap(nodes);
+  labels_.swap(labels);
+  kids_.swap(kids);
+  free_nodes_.clear();
+  for (std::vector<uint32_t>& free : free_blocks_) free.clear();
   nodes_.shrink_to_fit();
-  kids_.shrink_to_fit();
   labels_.shrink_to_fit();
+  kids_.shrink_to_fit();
   rules_.shrink_to_fit();
   strings_.shrink_to_fit();
   for (std::vector<uint32_t>& list : by_policy_) list.shrink_to_fit();

@@ -101,7 +101,8 @@ class CompactTrie {
   uint32_t Find(const char* text) const;
   void Erase(uint32_t rule);
 
-  std::string Text(uint32_t rule) const;
+  // The rule's text, as stored ("%2a", "%3f" for literal '*', '?').
+  void Text(uint32_t rule, std::string& text) const;
   policies Policy(uint32_t rule) const { return static_cast<policies>(rules_[rule].policy); }
   int32_t ListId(uint32_t rule) const { return rules_[rule].list_id; }
   const char* Identifier(uint32_t rule) const { return String(rules_[rule].identifier); }
@@ -109,7 +110,7 @@ class CompactTrie {
   // Rules of one policy in insertion order.
   const std::vector<uint32_t>& RulesOf(int policy) const { return by_policy_[policy]; }
   int Size() const { return size_; }
-  // Gives back the slack of the arenas (after a load).
+  // Lays the trie out again compactly, in depth-first order (after a load).
   void Compact();
 
  private:

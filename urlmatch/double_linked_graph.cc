@@ -1,7 +1,7 @@
 #include "double_linked_graph.h"
 
 #include <algorithm>
-#include <deque>
+#include <vector>
 
 #include "url_matching_module.h"
 #include "urlmatch/compact_trie.h"
@@ -69,7 +69,7 @@ void double_linked_graph::_publish_load(url_rule_serialization_io* target) {
 void double_linked_graph::Report(uint32_t rule, std::string& rule_url, policies& policy,
                                  std::string& identifier, std::string& expiry,
                                  int& list_id) const {
-  rule_url = trie_->Text(rule);
+  trie_->Text(rule, rule_url);
   policy = trie_->Policy(rule);
   if (policy == pattern_policy) policy = block_policy;
   const char* text = trie_->Identifier(rule);
@@ -123,8 +123,9 @@ find_entry_results double_linked_graph::find_entry(const char* user_url, policie
                                                    std::string& identifier, std::string& expiry,
                                                    int& list_id, bool delete_expired) {
   URL_RULE_ASSERT(user_url);
-  // Reused per thread: the stack keeps its first block, so a lookup allocates nothing.
-  thread_local std::deque<state_variables> stack;
+  // Reused per thread: the stack keeps its room, so a lookup allocates
+  // nothing once the thread has seen its deepest search.
+  thread_local std::vector<state_variables> stack;
 
   char buffer[kUrlBufferSize];
   const char* url = buffer;
@@ -255,7 +256,7 @@ void double_linked_graph::_printf_list(FILE* fp, policies policy) const {
   for (const uint32_t rule : trie_->RulesOf(policy)) {
     const char* identifier = trie_->Identifier(rule);
     const char* expiry = trie_->Expiry(rule);
-    line = trie_->Text(rule);
+    trie_->Text(rule, line);
     line.append("-->").append(identifier != nullptr ? identifier : "");
     line.append("-->").append(expiry != nullptr ? expiry : "").push_back('\n');
     fwrite(line.data(), 1, line.size(), fp);
