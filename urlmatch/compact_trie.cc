@@ -30,11 +30,21 @@ CompactTrie::CompactTrie() : labels_("S"), strings_(1, '\0') {
   nodes_.push_back(Node{0, kNone, kNone, kNone, 1, 0, 0, 0, 'S'});
 }
 
-uint32_t CompactTrie::AddString(const char* text) {
-  if (text == nullptr) return 0;
+uint32_t CompactTrie::AddTexts(const char* identifier, const char* expiry) {
+  if (identifier == nullptr && expiry == nullptr) return 0;
   const uint32_t offset = static_cast<uint32_t>(strings_.size());
-  strings_.append(text, strlen(text) + 1);
+  strings_.push_back(static_cast<char>((identifier != nullptr ? kHasIdentifier : 0) |
+                                       (expiry != nullptr ? kHasExpiry : 0)));
+  strings_.append(identifier != nullptr ? identifier : "").push_back('\0');
+  strings_.append(expiry != nullptr ? expiry : "").push_back('\0');
   return offset;
+}
+
+const char* CompactTrie::Expiry(uint32_t rule) const {
+  const uint32_t at = rules_[rule].texts;
+  if (at == 0 || (strings_[at] & kHasExpiry) == 0) return nullptr;
+  const char* identifier = &strings_[at + 1];
+  return identifier + strlen(identifier) + 1;
 }
 
 uint32_t CompactTrie::AllocateBlock(uint8_t capacity_log) {
@@ -175,7 +185,7 @@ bool CompactTrie::Insert(const char* text, policies policy, const char* identifi
         rules_.push_back(Rule{});
       }
       by_policy_[policy].push_back(rule);
-      rules_[rule] = Rule{at.node, AddString(identifier), AddString(expiry), list_id,
+      rules_[rule] = Rule{at.node, AddTexts(identifier, expiry), list_id,
                           static_cast<int16_t>(policy)};
       nodes_[at.node].rule = rule;
       ++size_;
@@ -188,8 +198,7 @@ bool CompactTrie::Insert(const char* text, policies policy, const char* identifi
       old_list.erase(std::find(old_list.begin(), old_list.end(), end.rule));
       by_policy_[policy].push_back(end.rule);
     }
-    r.identifier = AddString(identifier);
-    r.expiry = AddString(expiry);
+    r.texts = AddTexts(identifier, expiry);
     r.list_id = list_id;
     r.policy = static_cast<int16_t>(policy);
     return true;

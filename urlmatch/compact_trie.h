@@ -105,8 +105,11 @@ class CompactTrie {
   void Text(uint32_t rule, std::string& text) const;
   policies Policy(uint32_t rule) const { return static_cast<policies>(rules_[rule].policy); }
   int32_t ListId(uint32_t rule) const { return rules_[rule].list_id; }
-  const char* Identifier(uint32_t rule) const { return String(rules_[rule].identifier); }
-  const char* Expiry(uint32_t rule) const { return String(rules_[rule].expiry); }
+  const char* Identifier(uint32_t rule) const {
+    const uint32_t at = rules_[rule].texts;
+    return at != 0 && (strings_[at] & kHasIdentifier) != 0 ? &strings_[at + 1] : nullptr;
+  }
+  const char* Expiry(uint32_t rule) const;
   // Rules of one policy in insertion order.
   const std::vector<uint32_t>& RulesOf(int policy) const { return by_policy_[policy]; }
   int Size() const { return size_; }
@@ -127,16 +130,14 @@ class CompactTrie {
     char first;       // the run's first character
   };
   struct Rule {
-    uint32_t end;  // node whose run it ends
-    uint32_t identifier;  // offsets into strings_; 0 for none
-    uint32_t expiry;
+    uint32_t end;    // node whose run it ends
+    uint32_t texts;  // identifier and expiry in strings_; 0 when neither
     int32_t list_id;
     int16_t policy;
   };
-
-  const char* String(uint32_t offset) const {
-    return offset == 0 ? nullptr : strings_.data() + offset;
-  }
+  // A rule's texts: a byte of these flags, the identifier and its NUL, the
+  // expiry and its NUL (each empty when absent).
+  enum : char { kHasIdentifier = 1, kHasExpiry = 2 };
   // A child block of capacity C: C key bytes in (C + 3) / 4 words, then C
   // node indices, so a scan reads one or two cache lines.
   static uint32_t KeyWords(uint32_t capacity) { return (capacity + 3) / 4; }
@@ -150,7 +151,7 @@ class CompactTrie {
   void AddChild(uint32_t parent, uint32_t child);
   void RemoveChild(uint32_t parent, uint32_t child);
 
-  uint32_t AddString(const char* text);
+  uint32_t AddTexts(const char* identifier, const char* expiry);
   uint32_t StoreNode(const Node& made);  // in a free slot or at the end
   uint32_t NewNode(uint32_t parent, char first, bool wild, uint32_t label, uint32_t length);
   void Split(uint32_t node, uint32_t offset);
@@ -162,7 +163,7 @@ class CompactTrie {
   std::string labels_;
   std::vector<Rule> rules_;
   std::vector<uint32_t> free_rules_;
-  std::string strings_;  // NUL-terminated identifiers and expiries
+  std::string strings_;  // the rules' texts
   std::vector<uint32_t> by_policy_[unknown_policy];
   int size_ = 0;
 };
