@@ -72,6 +72,9 @@ class CompactTrie {
     const uint32_t up = nodes_[at.node].parent;
     return Pos{up, nodes_[up].length - 1u};
   }
+  // Inside a run: the only child is the run's next literal character.
+  bool InRun(Pos at) const { return at.offset + 1u < nodes_[at.node].length; }
+  char NextInRun(Pos at) const { return labels_[nodes_[at.node].label + at.offset + 1]; }
   bool IsStar(Pos at) const {
     return (nodes_[at.node].flags & kWild) != 0 && nodes_[at.node].first == '*';
   }

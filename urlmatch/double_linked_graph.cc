@@ -148,6 +148,19 @@ find_entry_results double_linked_graph::find_entry(const char* user_url, policie
     Pos possible;
     bool found_rule = true;
     while (url[p] != '\0') {
+      // Inside a run of literal characters the literal child is the only
+      // one: follow the run while the URL agrees, short of its last
+      // character, as the rounds below would one by one.
+      if (memo.empty() && !top->tried_literal) {
+        while (trie.InRun(current) && url[p + 1] != '\0' && trie.NextInRun(current) == url[p]) {
+          top->tried_literal = true;
+          stack.emplace_back();
+          top = &stack.back();
+          ++current.offset;
+          ++p;
+          ++steps;
+        }
+      }
       ++steps;
       const char c = url[p];
       const bool last = url[p + 1] == '\0';
@@ -220,6 +233,14 @@ find_entry_results double_linked_graph::find_entry(const char* user_url, policie
         current = trie.Parent(current);
         stack.pop_back();
         top = &stack.back();
+        // Back inside a run, nothing else is left to try: go on up.
+        while (memo.empty() && trie.InRun(current) && top->tried_literal) {
+          --p;
+          current = trie.Parent(current);
+          stack.pop_back();
+          top = &stack.back();
+          ++steps;
+        }
       }
     }
     g_last_find_steps = steps;
