@@ -26,6 +26,7 @@
 #include <stdint.h>
 #include <stdio.h>
 
+#include <mutex>
 #include <string>
 
 #include "src/API_legacy/include/url_rule_serialization_io"
@@ -58,7 +59,8 @@ class BEXO_EXPORT double_linked_graph : public url_rule_serialization_io,
   void clear() override;
   // Loads go into a private trie (with a copy of the rules when keep_rules)
   // that _publish_load swaps in under the write lock; the old rules are
-  // destroyed after the swap, outside the lock.
+  // destroyed after the swap, outside the lock. A second load waits in
+  // _begin_load until the first is published; lookups never wait for it.
   url_rule_serialization_io* _begin_load(bool keep_rules) override;
   void _publish_load(url_rule_serialization_io* target) override;
 
@@ -85,6 +87,7 @@ class BEXO_EXPORT double_linked_graph : public url_rule_serialization_io,
               std::string& expiry, int& list_id) const;
 
   bexo_url::CompactTrie* trie_;
+  std::mutex load_mutex_;  // held from _begin_load to _publish_load
 };
 
 // Cuts `length` back over the last path element of `buffer` when it ends in

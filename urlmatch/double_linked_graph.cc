@@ -47,6 +47,7 @@ bool double_linked_graph::_add_entry(const char* url, policies policy, const cha
 }
 
 url_rule_serialization_io* double_linked_graph::_begin_load(bool keep_rules) {
+  load_mutex_.lock();  // loads one after the other, as when they held the write lock
   double_linked_graph* target = new double_linked_graph;
   if (keep_rules) {
     UrlRuleReadGuard hold(lock_);
@@ -64,6 +65,7 @@ void double_linked_graph::_publish_load(url_rule_serialization_io* target) {
     std::swap(trie_, loaded->trie_);
   }
   delete loaded;  // the old rules, after the last lookup that could see them
+  load_mutex_.unlock();
 }
 
 void double_linked_graph::Report(uint32_t rule, std::string& rule_url, policies& policy,
