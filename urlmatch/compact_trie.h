@@ -51,6 +51,7 @@ class CompactTrie {
     }
     // Literal children are keyed by their first character, wildcards by NUL
     // (which no rule text holds); the flags say whether a wildcard is there.
+    if (n.count == 0) return false;
     char key = c;
     if (!literal) {
       if ((n.flags & (c == '*' ? kStarChild : kQuestionChild)) == 0) return false;
