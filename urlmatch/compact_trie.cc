@@ -113,6 +113,7 @@ uint32_t CompactTrie::NewNode(uint32_t parent, char first, bool wild, uint32_t l
 
 uint32_t CompactTrie::StoreNode(const Node& made) {
   if (free_nodes_.empty()) {
+    if (nodes_.size() >= kMaxNodes) throw std::bad_alloc();
     nodes_.push_back(made);
     return static_cast<uint32_t>(nodes_.size() - 1);
   }
@@ -176,6 +177,7 @@ bool CompactTrie::Insert(const char* text, policies policy, const char* identifi
     if (at.offset + 1u < nodes_[at.node].length) Split(at.node, at.offset);
     Node& end = nodes_[at.node];
     if (end.rule == kNone) {
+      const uint32_t texts = AddTexts(identifier, expiry);
       uint32_t rule;
       if (!free_rules_.empty()) {
         rule = free_rules_.back();
@@ -185,22 +187,25 @@ bool CompactTrie::Insert(const char* text, policies policy, const char* identifi
         rules_.push_back(Rule{});
       }
       by_policy_[policy].push_back(rule);
-      rules_[rule] = Rule{at.node, AddTexts(identifier, expiry), list_id,
-                          static_cast<int16_t>(policy)};
+      Rule& made = rules_[rule];
+      made.end = at.node;
+      made.policy = static_cast<uint32_t>(policy);
+      made.texts = texts;
+      made.list_id = list_id;
       nodes_[at.node].rule = rule;
       ++size_;
       return true;
     }
     // The same rule again: counted once, the newer data wins.
     Rule& r = rules_[end.rule];
-    if (r.policy != policy) {
+    if (r.policy != static_cast<uint32_t>(policy)) {
       std::vector<uint32_t>& old_list = by_policy_[r.policy];
       old_list.erase(std::find(old_list.begin(), old_list.end(), end.rule));
       by_policy_[policy].push_back(end.rule);
     }
     r.texts = AddTexts(identifier, expiry);
     r.list_id = list_id;
-    r.policy = static_cast<int16_t>(policy);
+    r.policy = static_cast<uint32_t>(policy);
     return true;
   } catch (const std::bad_alloc&) {
     return false;

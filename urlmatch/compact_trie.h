@@ -98,7 +98,8 @@ class CompactTrie {
   static uint64_t Key(Pos at) { return (static_cast<uint64_t>(at.node) << 32) | at.offset; }
 
   // Inserts or updates the rule with this text ("%2a" and "%3f" are literal
-  // '*' and '?'); expiry is print_out text or null. False when out of memory.
+  // '*' and '?'); expiry is print_out text or null. False when out of memory
+  // or nodes (at most 2^25, some 20 million rules).
   bool Insert(const char* text, policies policy, const char* identifier, const char* expiry,
               int32_t list_id);
   // The rule with exactly this text, or kNone.
@@ -133,11 +134,12 @@ class CompactTrie {
     uint8_t flags;    // kWild for a '*' or '?' (runs of one); wildcard children
     char first;       // the run's first character
   };
+  static constexpr uint32_t kMaxNodes = 1u << 25;  // node indices fit 25 bits
   struct Rule {
-    uint32_t end;    // node whose run it ends
-    uint32_t texts;  // identifier and expiry in strings_; 0 when neither
+    uint32_t end : 25;    // node whose run it ends
+    uint32_t policy : 7;  // below unknown_policy (71)
+    uint32_t texts;       // identifier and expiry in strings_; 0 when neither
     int32_t list_id;
-    int16_t policy;
   };
   // A rule's texts: a byte of these flags, the identifier and its NUL, the
   // expiry and its NUL (each empty when absent).
