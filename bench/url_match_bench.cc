@@ -4,9 +4,20 @@
 // Hyperscan and RE2::Set (rules anchored at both ends, '*' as ".*", '?' as
 // ".", a trailing "/*" also matching the bare host), side by side.
 //
-// Counters: lookups/s (rate), p50_ns / p99_ns (per-lookup latency measured
-// one by one), load_rules_per_s (reading the rule file), bytes_per_rule
-// (heap growth of the load), matched (share of URLs that found a rule).
+// url_stars_1000B: one lookup of 1000 'a' against "a*a*...*b" with 3, 10
+// and 30 stars, and (plain_us, x_plain) against a rule without stars.
+//
+// url_match/.../threads:2: the same lookups from two threads at once.
+// url_reload/N: lookups from one thread while another reloads the list of N
+// rules from its file (clearing), beside the same lookups with no reload:
+// p50/p99/p99.9/max latency of each.
+// model_trie/10k: the plain one-node-per-character trie of the tests
+// (tests/support/url_model_trie.h) on the same rules and URLs.
+//
+// Counters: lookups/s (rate), mean_ns, p50_ns / p99_ns (per-lookup latency
+// measured one by one), load_rules_per_s (reading the rule file),
+// bytes_per_rule (heap growth of the load), matched (share of URLs that
+// found a rule).
 #include <malloc.h>
 #include <stdio.h>
 #include <string.h>
@@ -14,14 +25,18 @@
 
 #include <algorithm>
 #include <chrono>
+#include <atomic>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <benchmark/benchmark.h>
 
+#include "tests/support/url_model_trie.h"
 #include "url_matching_module.h"
 #include "url_rule_serialization_device.h"
 
@@ -147,7 +162,9 @@ size_t HeapInUse() {
 }
 
 struct Fixture {
+  ~Fixture() { unlink(path.c_str()); }
   Generated data;
+  std::string path;  // the rule file, kept for reloads
   std::unique_ptr<url_matching_module> module;
   double load_rules_per_s = 0;
   double bytes_per_rule = 0;
@@ -162,13 +179,16 @@ std::string TempList() {
 // Built once per size: the rules are written as a file, and the timed load
 // reads that file like a daemon does at start.
 Fixture& GetFixture(size_t count) {
+  static std::mutex building;  // benchmark threads ask at once
+  std::lock_guard<std::mutex> hold(building);
   static std::map<size_t, std::unique_ptr<Fixture>> cache;
   std::unique_ptr<Fixture>& slot = cache[count];
   if (slot) return *slot;
   slot.reset(new Fixture);
   Fixture& f = *slot;
   f.data = Generate(count);
-  const std::string path = TempList();
+  f.path = TempList() + "." + std::to_string(count);
+  const std::string& path = f.path;
   {
     url_rule_serialization_device device;
     for (const std::string& r : f.data.rules) device._add_entry(r.c_str(), block_policy, nullptr, nullptr, 0);
@@ -181,7 +201,6 @@ Fixture& GetFixture(size_t count) {
   f.module->deserialization(nullptr, path.c_str(), false, true);
   const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
   const size_t after = HeapInUse();
-  unlink(path.c_str());
   const int stored = f.module->total_size();
   f.load_rules_per_s = count / seconds;
   f.bytes_per_rule = static_cast<double>(after - before) / std::max(stored, 1);
@@ -215,22 +234,126 @@ void BM_UrlMatch(benchmark::State& state) {
   policies policy;
   std::string rule, id, expiry;
   int list_id;
-  size_t i = 0;
+  size_t i = state.thread_index() * 7919;
+  const auto start = Clock::now();
   for (auto _ : state) {
     const std::string& url = f.data.urls[i++ % f.data.urls.size()];
     benchmark::DoNotOptimize(
         f.module->find_entry(url.c_str(), policy, rule, id, expiry, list_id, false));
   }
+  const double ns = std::chrono::duration<double, std::nano>(Clock::now() - start).count();
   state.counters["lookups/s"] = benchmark::Counter(state.iterations(), benchmark::Counter::kIsRate);
-  state.counters["p50_ns"] = f.p50_ns;
-  state.counters["p99_ns"] = f.p99_ns;
-  state.counters["load_rules_per_s"] = f.load_rules_per_s;
-  state.counters["bytes_per_rule"] = f.bytes_per_rule;
-  state.counters["matched"] = f.matched;
+  state.counters["mean_ns"] = benchmark::Counter(ns / state.iterations(),
+                                                 benchmark::Counter::kAvgThreads);
+  // Figures of the one-thread fixture, the same for every thread.
+  const auto shared = [](double value) {
+    return benchmark::Counter(value, benchmark::Counter::kAvgThreads);
+  };
+  state.counters["p50_ns"] = shared(f.p50_ns);
+  state.counters["p99_ns"] = shared(f.p99_ns);
+  state.counters["load_rules_per_s"] = shared(f.load_rules_per_s);
+  state.counters["bytes_per_rule"] = shared(f.bytes_per_rule);
+  state.counters["matched"] = shared(f.matched);
 }
 BENCHMARK(BM_UrlMatch)->Name("url_match/10k")->Arg(10000);
 BENCHMARK(BM_UrlMatch)->Name("url_match/100k")->Arg(100000);
 BENCHMARK(BM_UrlMatch)->Name("url_match/1M")->Arg(1000000)->MinTime(0.5);
+BENCHMARK(BM_UrlMatch)->Name("url_match/10k")->Arg(10000)->Threads(2);
+BENCHMARK(BM_UrlMatch)->Name("url_match/100k")->Arg(100000)->Threads(2);
+BENCHMARK(BM_UrlMatch)->Name("url_match/1M")->Arg(1000000)->Threads(2)->MinTime(0.5);
+
+struct Latency {
+  std::vector<double> ns;
+  void Report(benchmark::State& state, const char* prefix) {
+    std::sort(ns.begin(), ns.end());
+    const auto at = [&](double q) { return ns[std::min(ns.size() - 1, size_t(q * ns.size()))]; };
+    state.counters[std::string(prefix) + "p50_ns"] = at(0.5);
+    state.counters[std::string(prefix) + "p99_ns"] = at(0.99);
+    state.counters[std::string(prefix) + "p99.9_ns"] = at(0.999);
+    state.counters[std::string(prefix) + "max_ns"] = ns.back();
+  }
+};
+
+// One by one lookups until `stop` (or `count` of them when stop is null).
+void TimeLookups(Fixture& f, const std::atomic<bool>* stop, size_t count, Latency& out) {
+  policies policy;
+  std::string rule, id, expiry;
+  int list_id;
+  for (size_t i = 0; stop != nullptr ? !stop->load() : i < count; ++i) {
+    const std::string& url = f.data.urls[i % f.data.urls.size()];
+    const auto t0 = Clock::now();
+    benchmark::DoNotOptimize(
+        f.module->find_entry(url.c_str(), policy, rule, id, expiry, list_id, false));
+    out.ns.push_back(std::chrono::duration<double, std::nano>(Clock::now() - t0).count());
+  }
+}
+
+void BM_UrlReload(benchmark::State& state) {
+  Fixture& f = GetFixture(state.range(0));
+  Latency idle, reloading;
+  double reload_s = 0;
+  for (auto _ : state) {
+    std::atomic<bool> done{false};
+    std::thread loader([&] {
+      const auto t0 = Clock::now();
+      f.module->deserialization(nullptr, f.path.c_str(), false, true);
+      reload_s = std::chrono::duration<double>(Clock::now() - t0).count();
+      done = true;
+    });
+    TimeLookups(f, &done, 0, reloading);
+    loader.join();
+    TimeLookups(f, nullptr, reloading.ns.size(), idle);
+  }
+  idle.Report(state, "idle_");
+  reloading.Report(state, "reload_");
+  state.counters["reload_s"] = reload_s;
+}
+BENCHMARK(BM_UrlReload)->Name("url_reload/100k")->Arg(100000)->Iterations(3)->UseRealTime();
+BENCHMARK(BM_UrlReload)->Name("url_reload/1M")->Arg(1000000)->Iterations(2)->UseRealTime();
+
+
+// The costly case for a backtracking search: "a*a*...*b" with 3, 10 and 30
+// stars against 1000 'a', beside a plain rule of the same length (999 'a' and
+// a 'b') missing the same URL, timed in the same run.
+struct StarLookup {
+  url_matching_module module;
+  std::string url = std::string(1000, 'a');
+};
+
+double MicrosPerLookup(url_matching_module& module, const std::string& url, int count) {
+  policies policy;
+  std::string rule, id, expiry;
+  int list_id;
+  const auto t0 = Clock::now();
+  for (int i = 0; i < count; ++i) {
+    benchmark::DoNotOptimize(
+        module.find_entry(url.c_str(), policy, rule, id, expiry, list_id, false));
+  }
+  return std::chrono::duration<double, std::micro>(Clock::now() - t0).count() / count;
+}
+
+void BM_UrlStars(benchmark::State& state) {
+  const int stars = static_cast<int>(state.range(0));
+  std::string rule = "a";
+  for (int i = 1; i < stars; ++i) rule += "*a";
+  rule += "*b";
+  StarLookup costly, plain;
+  costly.module.add_entry(rule.c_str(), block_policy, nullptr, nullptr);
+  plain.module.add_entry((std::string(999, 'a') + "b").c_str(), block_policy, nullptr, nullptr);
+  policies policy;
+  std::string found, id, expiry;
+  int list_id;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(costly.module.find_entry(costly.url.c_str(), policy, found, id,
+                                                      expiry, list_id, false));
+  }
+  const double costly_us = MicrosPerLookup(costly.module, costly.url, 200);
+  const double plain_us = MicrosPerLookup(plain.module, plain.url, 200);
+  state.counters["us_per_lookup"] = costly_us;
+  state.counters["plain_us"] = plain_us;
+  state.counters["x_plain"] = costly_us / plain_us;
+}
+BENCHMARK(BM_UrlStars)->Name("url_stars_1000B")->Arg(3)->Arg(10)->Arg(30)->MinTime(0.2);
 
 // The peers see the same normalised URL the matcher sees.
 const char* Normalised(const std::string& url, char* buffer) {
@@ -277,6 +400,19 @@ void RunPeer(benchmark::State& state, const Fixture& f, Match match) {
   state.counters["p99_ns"] = ns[ns.size() * 99 / 100];
   state.counters["matched"] = static_cast<double>(matched) / f.data.urls.size();
 }
+
+// The plain model trie of the tests as a peer (it normalises the URL itself).
+void BM_ModelTrie(benchmark::State& state) {
+  Fixture& f = GetFixture(state.range(0));
+  malloc_trim(0);
+  const size_t before = HeapInUse();
+  bexo_test::UrlModelTrie model;
+  for (const std::string& r : f.data.rules) model.Add(r.c_str(), block_policy, nullptr, nullptr, 0);
+  const double bytes_per_rule = static_cast<double>(HeapInUse() - before) / model.Size();
+  RunPeer(state, f, [&](const char* url) { return model.Find(url, false).result != entry_not_found; });
+  state.counters["bytes_per_rule"] = bytes_per_rule;
+}
+BENCHMARK(BM_ModelTrie)->Name("model_trie/10k")->Arg(10000)->MinTime(0.3);
 
 #ifdef HAVE_HYPERSCAN
 // Every rule is a regex anchored with "^...$" (a trailing "/*" as two: the

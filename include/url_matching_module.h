@@ -9,8 +9,10 @@
 // it is stored, looked up or deleted.
 //
 // Thread safety: each graph has its own reader-writer lock; lookups run in
-// parallel, additions and loads are exclusive per graph. find_entry takes the
-// two graphs' read locks one after the other, never both at once.
+// parallel, additions are exclusive per graph. A load builds its rules aside
+// and swaps them in at once, so lookups answer from the old rules meanwhile.
+// find_entry takes the two graphs' read locks one after the other, never both
+// at once.
 #pragma once
 
 #include <string>

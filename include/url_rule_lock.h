@@ -3,9 +3,11 @@
 // in one of several cache-line-sized reader slots instead of one shared
 // counter, and a writer raises a flag and waits for all slots to drain.
 // Writers are preferred: once a writer waits, new readers queue behind it.
-// A reader that finds a writer sleeps on a condition variable (a rule load may
-// hold the lock for seconds); a writer waiting for readers backs off with
-// yields and short sleeps (lookups hold the lock for microseconds).
+// A reader that finds a writer spins for some tens of microseconds (most
+// writers only add a rule or swap in a loaded store) and then sleeps on a
+// condition variable (a load in place may hold the lock for seconds); a writer
+// waiting for readers backs off with yields and short sleeps (lookups hold the
+// lock for microseconds).
 //
 // Thread safety: any thread; not recursive; unlock from the locking thread.
 #pragma once

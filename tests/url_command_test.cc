@@ -66,7 +66,7 @@ TEST_F(UrlCommandTest, CheckReportsInvalidFilesAndLines) {
   EXPECT_NE(std::string::npos, out.find(":1: unknown section [Block]")) << out;
   EXPECT_NE(std::string::npos, out.find(":3: unreadable expiry 'tomorrow'")) << out;
   EXPECT_NE(std::string::npos, out.find("normalised: a.example")) << out;
-  EXPECT_NE(std::string::npos, out.find(":4: rule b**c has stars in a row")) << out;
+  EXPECT_EQ(std::string::npos, out.find(":4:")) << "stars are no problem: " << out;
   EXPECT_NE(std::string::npos, out.find(":5: last line has no line feed")) << out;
 
   EXPECT_EQ(0, Bexo("check " + std::string(BEXO_SOURCE_DIR) + "/examples/user.list", &out)) << out;

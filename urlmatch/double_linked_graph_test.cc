@@ -210,27 +210,21 @@ TEST_F(GraphTest, DeletingSharedPrefixKeepsSiblings) {
   EXPECT_EQ(1, graph.size());
 }
 
-TEST_F(GraphTest, ManyChildrenGrowInStepsOfFive) {
+TEST_F(GraphTest, ManyChildrenOfOneCharacterAllMatch) {
   double_linked_graph graph;
-  node* root_child = nullptr;
   for (int c = 1; c < 256; ++c) {
     if (c == '*' || c == '?' || c == '%') continue;
     const char text[3] = {'x', static_cast<char>(c), '\0'};
     AddRule(graph, text, block_policy);
   }
-  policies policy;
-  std::string id, expiry;
-  int list_id;
-  ASSERT_TRUE(graph._find_entry("xa", root_child, policy, id, expiry, list_id));
-  node* x = root_child->parent();
-  EXPECT_EQ(252, x->child_count());
-  EXPECT_EQ(0, x->child_capacity() % node::kCapacityStep);
-  EXPECT_EQ(entry_found, Lookup(graph, "x~").result);
-  UrlRuleWriteGuard hold(graph.rule_lock());
-  EXPECT_TRUE(graph._add_entry("x*", block_policy, nullptr, nullptr, 0));
-  EXPECT_TRUE(graph._add_entry("x?", block_policy, nullptr, nullptr, 0));
-  EXPECT_TRUE(graph._add_entry("x%", block_policy, nullptr, nullptr, 0));
-  EXPECT_FALSE(graph._add_entry("x%2a", block_policy, nullptr, nullptr, 0)) << "256th child";
+  AddRule(graph, "x*", allow_policy);
+  AddRule(graph, "x?", allow_policy);
+  AddRule(graph, "x%2a", block_policy);
+  EXPECT_EQ(255, graph.size());
+  EXPECT_EQ("x~", Lookup(graph, "x~").rule);
+  EXPECT_EQ("x%2a", Lookup(graph, "x*").rule);
+  EXPECT_EQ("x?", Lookup(graph, "x%3f").rule);
+  EXPECT_EQ("x*", Lookup(graph, "x%3f%3f").rule);
 }
 
 TEST(GraphDeath, ProgrammingErrorsStopTheProcess) {
@@ -244,8 +238,6 @@ TEST(GraphDeath, ProgrammingErrorsStopTheProcess) {
                "policy < unknown_policy");
   EXPECT_DEATH(graph._add_entry(nullptr, block_policy, nullptr, nullptr, 0), "policy_url");
   EXPECT_DEATH(graph._printf_list(nullptr, block_policy), "fp");
-  node n('a', true);
-  EXPECT_DEATH(n.set_policy_mode(unknown_policy, nullptr, nullptr, 0), "_policy < unknown_policy");
 }
 
 // ---- randomized properties ----------------------------------------------
@@ -359,6 +351,87 @@ TEST_F(GraphPropertyTest, AddThenDeleteLeavesSizeAndAnswersAsBefore) {
       EXPECT_EQ(before[i].result, a.result) << urls[i];
       EXPECT_EQ(before[i].rule, a.rule) << urls[i];
     }
+  }
+}
+
+}  // namespace
+
+namespace {
+
+// ---- bounded lookups ------------------------------------------------------
+
+struct StarCase {
+  int stars;
+  int length;
+};
+
+class StarBoundTest : public bexo_test::TempRootTest,
+                      public ::testing::WithParamInterface<StarCase> {};
+
+// "a*a*...*b" against a run of 'a': every way the stars can split the run
+// fails, which once took minutes. The search now enters each node at most
+// once per input position.
+TEST_P(StarBoundTest, PathologicalRuleTakesStepsBoundedByNodesTimesLength) {
+  const StarCase& c = GetParam();
+  std::string rule = "a";
+  for (int i = 1; i < c.stars; ++i) rule += "*a";
+  rule += "*b";
+  const int nodes = static_cast<int>(rule.size()) + 1;  // with the root
+  double_linked_graph graph;
+  AddRule(graph, rule.c_str(), block_policy);
+  const std::string url(c.length, 'a');
+  EXPECT_EQ(entry_not_found, Lookup(graph, url).result);
+  const int64_t steps = double_linked_graph::last_find_steps();
+  EXPECT_LE(steps, 4 * static_cast<int64_t>(nodes) * (c.length + 1)) << "steps " << steps;
+
+  Answer hit = Lookup(graph, url + "b");
+  EXPECT_EQ(entry_found, hit.result);
+  EXPECT_EQ(rule, hit.rule);
+}
+
+INSTANTIATE_TEST_SUITE_P(Stars, StarBoundTest,
+                         ::testing::Values(StarCase{4, 200}, StarCase{4, 1000},
+                                           StarCase{30, 1000}, StarCase{30, 1023}));
+
+// ---- clear() --------------------------------------------------------------
+
+// The rule with empty text ends at the root; a reload with clearing must
+// drop it like every other rule.
+TEST_F(GraphTest, ClearingReloadDropsTheEmptyRuleToo) {
+  const std::string path = root() + "/empty.list";
+  {
+    double_linked_graph graph;
+    AddRule(graph, "", block_policy);
+    AddRule(graph, "a", block_policy);
+    ASSERT_TRUE(graph.serialization(path.c_str()));
+    ASSERT_TRUE(graph.deserialization(path.c_str(), false, true));
+    EXPECT_EQ(2, graph.size());
+    const std::string again = root() + "/again.list";
+    ASSERT_TRUE(graph.serialization(again.c_str()));
+    EXPECT_EQ(bexo_test::ReadFile(path), bexo_test::ReadFile(again));
+  }
+  {
+    double_linked_graph graph;
+    AddRule(graph, "", translated_block_policy);
+    AddRule(graph, "b", block_policy);
+    ASSERT_TRUE(graph.serialization(path.c_str()));  // translated rules are not written
+    ASSERT_TRUE(graph.deserialization(path.c_str(), false, true));
+    EXPECT_EQ(entry_not_found, Lookup(graph, "").result);
+    EXPECT_EQ(1, graph.size());
+  }
+  {
+    double_linked_graph graph;
+    AddRule(graph, "", block_policy);
+    ASSERT_TRUE(graph.serialization(path.c_str()));
+    ASSERT_TRUE(graph.deserialization(path.c_str(), false, true));
+    AddRule(graph, "", allow_policy);
+    EXPECT_EQ(1, graph.size());
+    EXPECT_EQ(allow_policy, Lookup(graph, "").policy);
+    {
+      UrlRuleWriteGuard hold(graph.rule_lock());
+      graph.clear();
+    }
+    EXPECT_EQ(entry_not_found, Lookup(graph, "").result);
   }
 }
 

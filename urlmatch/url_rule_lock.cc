@@ -14,6 +14,16 @@ int MySlot(int slots) {
   return slot;
 }
 
+constexpr int kSpins = 2000;  // some tens of microseconds
+
+inline void CpuRelax() {
+#if defined(__i386__) || defined(__x86_64__)
+  __builtin_ia32_pause();
+#else
+  std::atomic_signal_fence(std::memory_order_seq_cst);
+#endif
+}
+
 }  // namespace
 
 void UrlRuleLock::rdlock() {
@@ -24,6 +34,13 @@ void UrlRuleLock::rdlock() {
     readers.fetch_add(1, std::memory_order_seq_cst);
     if (!writer_.load(std::memory_order_seq_cst)) return;
     readers.fetch_sub(1, std::memory_order_seq_cst);
+    // Most writers hold the lock for microseconds (one addition, or the
+    // pointer swap that publishes a load): wait for them awake, since a
+    // reader put to sleep may take a scheduler tick to run again.
+    for (int spin = 0; spin < kSpins && writer_.load(std::memory_order_acquire); ++spin) {
+      CpuRelax();
+    }
+    if (!writer_.load(std::memory_order_seq_cst)) continue;
     std::unique_lock<std::mutex> hold(wait_mutex_);
     writer_done_.wait(hold, [this] { return !writer_.load(std::memory_order_seq_cst); });
   }

@@ -42,9 +42,37 @@ class FileCloser {
   FILE* fp_;
 };
 
+// A load target for the life of one load, published on every way out: what
+// was added before a failure or an exception stays, as a load in place would
+// leave it.
+class LoadPublisher {
+ public:
+  LoadPublisher(url_rule_serialization_io& store, bool clear_first)
+      : store_(store), target_(store._begin_load(!clear_first)) {}
+  ~LoadPublisher() { store_._publish_load(target_); }
+  url_rule_serialization_io& target() { return *target_; }
+  LoadPublisher(const LoadPublisher&) = delete;
+  LoadPublisher& operator=(const LoadPublisher&) = delete;
+
+ private:
+  url_rule_serialization_io& store_;
+  url_rule_serialization_io* target_;
+};
+
 }  // namespace
 
 url_rule_serialization_io::~url_rule_serialization_io() = default;
+
+url_rule_serialization_io* url_rule_serialization_io::_begin_load(bool keep_rules) {
+  lock_.wrlock();
+  if (!keep_rules) clear();
+  return this;
+}
+
+void url_rule_serialization_io::_publish_load(url_rule_serialization_io* target) {
+  URL_RULE_ASSERT(target == this);
+  lock_.wrunlock();
+}
 
 bool url_rule_serialization_io::serialization(const char* path) const {
   if (path == nullptr) return false;
@@ -74,9 +102,8 @@ bool url_rule_serialization_io::deserialization(const char* path, bool translate
   if (fp == nullptr) return false;
   FileCloser closer(fp);
 
-  UrlRuleWriteGuard hold(lock_);
-  // Cleared under the write lock, so that no lookup sees a half-empty store.
-  if (clear_first) clear();
+  LoadPublisher publish(*this, clear_first);
+  url_rule_serialization_io& target = publish.target();
   const time_t start = time(nullptr);
   policies policy = block_policy;
   bool seen_section = false;
@@ -105,7 +132,7 @@ bool url_rule_serialization_io::deserialization(const char* path, bool translate
       }
       continue;
     }
-    if (!_do_parse_and_addlist(line, translate, policy, 0)) return false;
+    if (!target._do_parse_and_addlist(line, translate, policy, 0)) return false;
   }
   return true;
 }
