@@ -41,8 +41,8 @@ class BEXO_EXPORT url_matching_module {
   bool deserialization(const char* opp_path, const char* user_path, bool translate,
                        bool clear_user);
 
-  // Loads one database list into the user-defined graph under its write
-  // lock: init, then deserialize_db. False when init fails; database
+  // Loads one database list into the user-defined graph, built aside and
+  // published in one step: init, then deserialize_db. False when init fails; database
   // failures are thrown on (UxDbException).
   bool deserialization(int list_id, int list_type, const char* sql_path, UxDbAgent& agent);
 

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <regex>
 #include <string>
@@ -52,6 +53,16 @@ class RsyslogTest : public bexo_test::TempRootTest {
     ASSERT_TRUE(bexo_test::FileExists(Socket())) << bexo_test::ReadFile(output);
   }
 
+  // Waits until rsyslogd has written `lines` messages (a datagram still in
+  // the socket when it stops is dropped), up to ten seconds.
+  void WaitForMessages(size_t lines) {
+    for (int i = 0; i < 1000; ++i) {
+      const std::string fields = bexo_test::ReadFile(Path("/fields.txt"));
+      if (static_cast<size_t>(std::count(fields.begin(), fields.end(), '\n')) >= lines) return;
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+  }
+
   // Stops rsyslogd, which writes out what it received; returns that.
   std::string StopReceiver() {
     if (receiver_ <= 0) return "";
@@ -85,6 +96,7 @@ TEST_F(RsyslogTest, ProgramNamesWithBlanksOrOverLengthStayOneField) {
       ASSERT_EQ(bexo_test::RunCommand("'" + link + "' syslog test 7 hello", &out), 0) << out;
     }
   }
+  WaitForMessages(4);
   std::string fields = StopReceiver();
   const std::string cut(48, 'n');
   std::regex expected("my_prog\\|\\d+\\|7\\|hello\n" + cut + "\\|\\d+\\|7\\|hello\n" +

@@ -9,6 +9,7 @@
 #include "UxLog.h"
 #include "UxSqlLoader.h"
 #include "src/API_legacy/include/url_rule_serialization_io"
+#include "load_publisher.h"
 #include "url_matching_module.h"
 
 namespace {
@@ -74,6 +75,9 @@ bool url_rule_serialization_io::_deserialize_list(UxDbAgent& agent, const char* 
     UX_LOG(1, kLogFile, "_deserialize_list",
            "url_rule_serialization_io::_deserialize_list, executing SQL %s", sql);
     UxDbConnect& connect = agent.getConnection();
+    // The rows go to a load target, published at once when the list ends or
+    // the query fails, so lookups never wait for the rows.
+    LoadPublisher load(*this, /*clear_first=*/false);
     connect.executeSQL(sql, 0);
     // Consecutive duplicates are added once; starting empty also skips an
     // empty first value.
@@ -86,7 +90,7 @@ bool url_rule_serialization_io::_deserialize_list(UxDbAgent& agent, const char* 
       // Per-row lines are information (level 3): a list may hold a million rows.
       UX_LOG(3, kLogFile, "_deserialize_list",
              "url_rule_serialization_io::_deserialize_list, add %s, id %d", value, list_id);
-      _do_parse_and_addlist(value, true, allow_policy, list_id);
+      load.target()._do_parse_and_addlist(value, true, allow_policy, list_id);
       UX_LOG(3, kLogFile, "_deserialize_list",
              "url_rule_serialization_io::_deserialize_list, added %s", value);
     }
@@ -100,6 +104,5 @@ bool url_rule_serialization_io::_deserialize_list(UxDbAgent& agent, const char* 
 bool url_matching_module::deserialization(int list_id, int list_type, const char* sql_path,
                                           UxDbAgent& agent) {
   if (user_graph_.init(agent, sql_path, list_id, list_type) != 0) return false;
-  UrlRuleWriteGuard hold(user_graph_.rule_lock());
   return user_graph_.deserialize_db(list_id, list_type, agent);
 }

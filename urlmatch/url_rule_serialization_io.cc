@@ -8,6 +8,7 @@
 
 #include "UxLog.h"
 #include "UxSocketAddress.h"
+#include "load_publisher.h"
 
 const char url_rule_serialization_io::kFileHeader[] =
     "# user should not modify this file by hand,\n"
@@ -40,23 +41,6 @@ class FileCloser {
 
  private:
   FILE* fp_;
-};
-
-// A load target for the life of one load, published on every way out: what
-// was added before a failure or an exception stays, as a load in place would
-// leave it.
-class LoadPublisher {
- public:
-  LoadPublisher(url_rule_serialization_io& store, bool clear_first)
-      : store_(store), target_(store._begin_load(!clear_first)) {}
-  ~LoadPublisher() { store_._publish_load(target_); }
-  url_rule_serialization_io& target() { return *target_; }
-  LoadPublisher(const LoadPublisher&) = delete;
-  LoadPublisher& operator=(const LoadPublisher&) = delete;
-
- private:
-  url_rule_serialization_io& store_;
-  url_rule_serialization_io* target_;
 };
 
 }  // namespace
