@@ -3,13 +3,13 @@
 #include "PrivateProfile.h"
 
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <climits>
 #include <string>
 #include <vector>
 
+#include "forked_children.h"
 #include "temp_root.h"
 
 namespace {
@@ -231,17 +231,13 @@ TEST_F(PrivateProfileTest, StaleBackupIsReplaced) {
 // Runs one write in a child whose descriptor limit leaves `free_descriptors`
 // descriptors to open, so the rewrite fails at the chosen open.
 int WriteWithDescriptorLimit(const std::string& file, int free_descriptors) {
-  pid_t pid = fork();
-  if (pid == 0) {
+  return bexo_test::WaitExit(bexo_test::Spawn([&] {
     for (int fd = 3; fd < 1024; ++fd) close(fd);
     struct rlimit limit = {static_cast<rlim_t>(3 + free_descriptors),
                            static_cast<rlim_t>(3 + free_descriptors)};
     setrlimit(RLIMIT_NOFILE, &limit);
-    _exit(WritePrivateProfileString("A", "k", "2", file.c_str()));
-  }
-  int status = 0;
-  waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return WritePrivateProfileString("A", "k", "2", file.c_str());
+  }));
 }
 
 TEST_F(PrivateProfileTest, FailedRewriteLeavesConfigurationUnderBackupName) {

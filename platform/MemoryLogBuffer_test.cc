@@ -6,12 +6,12 @@
 #include <stdint.h>
 #include <string.h>
 #include <sys/mman.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <string>
 #include <vector>
 
+#include "forked_children.h"
 #include "temp_root.h"
 
 namespace {
@@ -122,15 +122,11 @@ TEST_F(MemoryLogBufferTest, ForkedProcessesShareOneBuffer) {
   MemoryLogBuffer buffer(shared, kSize);
   ASSERT_NE(buffer.write("parent\n", 7), 0);
   for (int child = 0; child < 3; ++child) {
-    pid_t pid = fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-      std::string line = "child " + std::to_string(child) + "\n";
-      _exit(buffer.write(line.data(), static_cast<int>(line.size())) ? 0 : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(pid, &status, 0), pid);
-    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    ASSERT_EQ(bexo_test::WaitExit(bexo_test::Spawn([&] {
+                std::string line = "child " + std::to_string(child) + "\n";
+                return buffer.write(line.data(), static_cast<int>(line.size())) ? 0 : 1;
+              })),
+              0);
   }
   EXPECT_EQ(DumpToFile(buffer), "parent\nchild 0\nchild 1\nchild 2\n");
   munmap(shared, kSize);

@@ -6,26 +6,20 @@
 #include <unistd.h>
 
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "BEXOFileMutex.h"
 #include "BEXONamedMutex.h"
+#include "forked_children.h"
 #include "temp_root.h"
 
 namespace {
 
 using bexo_test::ReadFile;
 using bexo_test::TempRootTest;
+using bexo_test::WaitExit;
 
 constexpr char kLockPath[] = "/var/bexo/locks/test.LOCK";
-
-// Waits for a child and returns its exit code (-1 when it did not exit).
-int WaitExit(pid_t pid) {
-  int status = 0;
-  if (waitpid(pid, &status, 0) != pid || !WIFEXITED(status)) return -1;
-  return WEXITSTATUS(status);
-}
 
 // Reads a decimal counter from `path`, adds one and writes it back, in two
 // separate system calls with a yield between them: lost updates show any gap
@@ -52,28 +46,17 @@ TEST_F(TempRootTest, NamedMutexExcludesThreadsOfManyProcesses) {
     BEXOLock first(mutex);  // opens the lock file in the parent before forking
     ASSERT_TRUE(first.isLocked());
   }
-  std::vector<pid_t> children;
-  for (int p = 0; p < kProcesses; ++p) {
-    pid_t pid = fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-      std::vector<std::thread> threads;
-      bool ok = true;
-      for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&] {
-          for (int i = 0; i < kRounds; ++i) {
-            BEXOLock guard(mutex);
-            if (!guard.isLocked()) ok = false;
-            BumpCounter(counter);
-          }
-        });
-      }
-      for (auto& thread : threads) thread.join();
-      _exit(ok ? 0 : 1);
-    }
-    children.push_back(pid);
+  for (pid_t pid : bexo_test::SpawnWorkers(kProcesses, kThreads, [&](int, int) {
+         bool ok = true;
+         for (int i = 0; i < kRounds; ++i) {
+           BEXOLock guard(mutex);
+           ok &= guard.isLocked();
+           BumpCounter(counter);
+         }
+         return ok;
+       })) {
+    EXPECT_EQ(WaitExit(pid), 0);
   }
-  for (pid_t pid : children) EXPECT_EQ(WaitExit(pid), 0);
   EXPECT_EQ(ReadFile(counter), std::to_string(kProcesses * kThreads * kRounds));
 }
 

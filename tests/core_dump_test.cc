@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "dir_names.h"
+#include "forked_children.h"
 #include "resource_bundles.h"
 #include "temp_root.h"
 
@@ -57,9 +58,7 @@ TEST_F(CoreDumpTest, ForkedChildPackagesTheCoreAndQueuesALocalizedNotice) {
   int pid = -1;
   ASSERT_EQ(fork_package_core_dump((product_ + "/").c_str(), &pid), 0);
   ASSERT_GT(pid, 0);
-  int status = 0;
-  ASSERT_EQ(waitpid(pid, &status, 0), pid);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  EXPECT_EQ(bexo_test::WaitExit(pid), 0);
 
   std::vector<std::string> packages = bexo_test::DirNames(dumps_);
   ASSERT_EQ(packages.size(), 1u);

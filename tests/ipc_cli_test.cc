@@ -9,6 +9,7 @@
 #include <string>
 #include <thread>
 
+#include "forked_children.h"
 #include "ipc_test_util.h"
 #include "temp_root.h"
 
@@ -63,9 +64,7 @@ TEST_F(IpcCliTest, SendAndServe) {
   }
 
   kill(server, SIGTERM);
-  int status = 0;
-  EXPECT_EQ(waitpid(server, &status, 0), server);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  EXPECT_EQ(bexo_test::WaitExit(server), 0);
   std::string shown = bexo_test::ReadFile(serve_output);
   EXPECT_NE(shown.find("hello there\n"), std::string::npos) << shown;
 }

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "CommonIPCServer.h"
+#include "forked_children.h"
 #include "ipc_test_util.h"
 #include "temp_root.h"
 
@@ -83,9 +84,7 @@ class IpcRoundTripTest : public bexo_test::TempRootTest {
   void TearDown() override {
     if (server_ > 0) {
       close(control_);
-      int status = 0;
-      ASSERT_EQ(waitpid(server_, &status, 0), server_);
-      EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "server status " << status;
+      EXPECT_EQ(bexo_test::WaitExit(server_), 0) << "server exit";
     }
     TempRootTest::TearDown();
   }

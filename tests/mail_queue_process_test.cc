@@ -14,6 +14,7 @@
 #include "mailqueue.h"
 #include "python_runner.h"
 #include "dir_names.h"
+#include "forked_children.h"
 #include "temp_root.h"
 
 namespace {
@@ -105,22 +106,16 @@ TEST_F(MailQueueProcessTest, ReaderNeverSeesAHalfWrittenFile) {
   constexpr int kWriters = 4;
   constexpr int kMailsEach = 40;
   constexpr int kBodyLines = 3000;
-  std::vector<pid_t> writers;
-  for (int w = 0; w < kWriters; ++w) {
-    pid_t pid = fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-      int failures = 0;
-      for (int m = 0; m < kMailsEach; ++m) {
-        _DMailReq req;
-        FillRequest(&req, "w" + std::to_string(w) + "m" + std::to_string(m), kBodyLines);
-        failures += mailqueue_put(&req, &dir_[0]) != 0;
-        mailqueue_free(&req);
-      }
-      _exit(failures);
+  bexo_test::SpawnWorkers(kWriters, 1, [&](int w, int) {
+    bool ok = true;
+    for (int m = 0; m < kMailsEach; ++m) {
+      _DMailReq req;
+      FillRequest(&req, "w" + std::to_string(w) + "m" + std::to_string(m), kBodyLines);
+      ok &= mailqueue_put(&req, &dir_[0]) == 0;
+      mailqueue_free(&req);
     }
-    writers.push_back(pid);
-  }
+    return ok;
+  });
   std::string expected_tail = "R " + std::to_string(kBodyLines) + "\n";
   std::map<std::string, int> received;
   int torn = 0;

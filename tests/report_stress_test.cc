@@ -18,6 +18,7 @@
 
 #include "LogQueue.h"
 #include "Report_Log_Read_Write.h"
+#include "forked_children.h"
 #include "report_files.h"
 #include "temp_root.h"
 
@@ -73,13 +74,11 @@ class ReportStressTest : public bexo_test::TempRootTest {
   // Forks a writer running `body`; it flushes what is left and exits.
   template <typename Body>
   pid_t Spawn(Body body) {
-    pid_t pid = fork();
-    if (pid == 0) {
+    return bexo_test::Spawn([=] {
       body();
       Report_Log_Read_Write::FlushLog();
-      _exit(0);
-    }
-    return pid;
+      return 0;
+    });
   }
   // A writer whose `threads` threads each push `count` records.
   pid_t SpawnPushers(int process, int threads, int count) {
@@ -90,11 +89,7 @@ class ReportStressTest : public bexo_test::TempRootTest {
     });
   }
   static void WaitAll(const std::vector<pid_t>& pids) {
-    for (pid_t pid : pids) {
-      int status = 0;
-      ASSERT_EQ(waitpid(pid, &status, 0), pid);
-      ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    }
+    for (pid_t pid : pids) ASSERT_EQ(bexo_test::WaitExit(pid), 0);
   }
 
   std::string dir_;

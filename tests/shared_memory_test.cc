@@ -6,16 +6,15 @@
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <functional>
 #include <new>
 #include <string>
 #include <vector>
 
 #include "BEXOAtomicInt.h"
 #include "BEXOSharedMemory.h"
+#include "forked_children.h"
 #include "primitives/BEXOSharedMemoryImpl.h"
 #include "temp_root.h"
 
@@ -61,28 +60,6 @@ class SharedMemoryTest : public bexo_test::TempRootTest {
  private:
   std::vector<std::string> names_;
 };
-
-// Forks a child that runs `body` and exits with its result (99 on an
-// exception); returns the child's pid.
-pid_t Spawn(const std::function<int()>& body) {
-  pid_t pid = fork();
-  if (pid == 0) {
-    int code = 99;
-    try {
-      code = body();
-    } catch (...) {
-    }
-    _exit(code);
-  }
-  return pid;
-}
-
-// Waits for the child and returns its exit code, -1 when it did not exit.
-int Reap(pid_t pid) {
-  int status = 0;
-  if (waitpid(pid, &status, 0) != pid) return -1;
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
 
 // Removing the name on destruction leaves a fresh, zero-filled object for the
 // next handle; keeping it leaves the bytes to the next one.
@@ -166,7 +143,7 @@ TEST_F(SharedMemoryTest, ForkedWorkersAgreeOnOneSegmentAndLoseNoUpdate) {
   auto* gate = new (gate_memory.getAddr()) BEXOAtomicInt32(0);
   std::vector<pid_t> children;
   for (int w = 0; w < C::kWorkers; ++w) {
-    children.push_back(Spawn([&, w] {
+    children.push_back(bexo_test::Spawn([&, w] {
       gate->inc_ret();
       while (*gate < C::kWorkers) sched_yield();
       BEXOSharedMemoryImpl mine(name.c_str(), sizeof(C), false);
@@ -187,7 +164,7 @@ TEST_F(SharedMemoryTest, ForkedWorkersAgreeOnOneSegmentAndLoseNoUpdate) {
   }
   int creators = 0;
   for (pid_t child : children) {
-    int code = Reap(child);
+    int code = bexo_test::WaitExit(child);
     ASSERT_TRUE(code == 0 || code == 10) << code;
     creators += code == 10;
   }

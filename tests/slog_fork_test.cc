@@ -9,9 +9,9 @@
 
 #include <map>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "forked_children.h"
 #include "slog_test_util.h"
 #include "temp_root.h"
 #include "ux_EXCEPTION_base.h"
@@ -60,27 +60,10 @@ bool WriteNumbered(int writer_id, int count, uint32_t rotation, size_t padding) 
 class SlogForkTest : public bexo_test::TempRootTest {};
 
 TEST_F(SlogForkTest, EveryEntryOfEveryProcessAndThreadArrivesOnceWholeAndInOrder) {
-  std::vector<pid_t> children;
-  for (int p = 0; p < kProcesses; ++p) {
-    pid_t pid = fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-      std::vector<std::thread> threads;
-      std::atomic<bool> ok{true};
-      for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([p, t, &ok] {
-          if (!WriteNumbered(p * 10 + t, kEntries, 6000, 40)) ok = false;
-        });
-      }
-      for (auto& thread : threads) thread.join();
-      _exit(ok ? 0 : 1);
-    }
-    children.push_back(pid);
-  }
-  for (pid_t pid : children) {
-    int status = 0;
-    ASSERT_EQ(waitpid(pid, &status, 0), pid);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  for (pid_t pid : bexo_test::SpawnWorkers(kProcesses, kThreads, [](int p, int t) {
+         return WriteNumbered(p * 10 + t, kEntries, 6000, 40);
+       })) {
+    EXPECT_EQ(bexo_test::WaitExit(pid), 0);
   }
 
   const std::string dir = Path(kDir);
