@@ -6,13 +6,12 @@
 namespace {
 
 using bexo_test::ReadFile;
-using bexo_test::RunCommand;
 using bexo_test::WriteFile;
 
 class IniCliTest : public bexo_test::TempRootTest {
  protected:
-  int Bexo(const std::string& args, std::string* out) {
-    return RunCommand(std::string(BEXO_CLI_PATH) + " " + args + " 2>/dev/null", out);
+  static int Bexo(const std::string& args, std::string* out) {
+    return bexo_test::RunBexo(args + " 2>/dev/null", out);
   }
 };
 
